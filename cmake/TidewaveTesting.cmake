@@ -1,0 +1,31 @@
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+# tidewave_add_test(<name> [GUI] SOURCES <files…> LIBS <targets…> [LABELS <labels…>]
+#                   [LOCKS <resource locks…>] [TIMEOUT <seconds>])
+# One test program per area. Core tests get a QCoreApplication, GUI tests a
+# QApplication on the offscreen platform (see tests/common).
+function(tidewave_add_test name)
+    cmake_parse_arguments(T "GUI" "TIMEOUT" "SOURCES;LIBS;LABELS;LOCKS" ${ARGN})
+    add_executable(${name} ${T_SOURCES})
+    if(T_GUI)
+        set(main tidewave_test_gui_main)
+    else()
+        set(main tidewave_test_core_main)
+    endif()
+    target_link_libraries(${name} PRIVATE ${main} ${T_LIBS} GTest::gtest GTest::gmock tidewave_options)
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+    if(NOT T_TIMEOUT)
+        set(T_TIMEOUT 120)
+    endif()
+    set(props TIMEOUT ${T_TIMEOUT} ENVIRONMENT "QT_QPA_PLATFORM=offscreen")
+    if(T_LOCKS)
+        list(JOIN T_LOCKS "\;" locks)
+        list(APPEND props RESOURCE_LOCK "${locks}")
+    endif()
+    if(T_LABELS)
+        list(APPEND props LABELS "${T_LABELS}")
+    endif()
+    gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 30
+        PROPERTIES ${props})
+endfunction()

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <QString>
+
+#include <chrono>
+#include <functional>
+
+// Helpers every test program shares.
+namespace TestEnvironment {
+
+// Points XDG_CONFIG_HOME, XDG_DATA_HOME and XDG_CACHE_HOME at a fresh private
+// folder (removed at exit), before any Qt object reads them.
+void isolateUserFolders();
+
+// The private folder made by isolateUserFolders().
+QString privateRoot();
+
+// Runs the event loop until the condition holds or the time runs out;
+// answers whether the condition held. Tests assert on the answer.
+bool waitUntil(const std::function<bool()> &condition, std::chrono::milliseconds timeout);
+
+// A TCP port on 127.0.0.1 that nothing listens on right now.
+quint16 freeTcpPort();
+
+// Whether a process with this pid still exists (zombies count as gone).
+bool processAlive(qint64 pid);
+
+// Pids of live processes whose command name (comm) equals the name.
+QList<qint64> pidsNamed(const QString &name);
+
+// The build tree's executables folder (launcher, application).
+QString binDir();
+
+// tests/data in the source tree.
+QString dataDir();
+
+} // namespace TestEnvironment

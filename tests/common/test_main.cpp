@@ -1,0 +1,26 @@
+#include "common/TestEnvironment.h"
+
+#include <gtest/gtest.h>
+
+#ifdef TIDEWAVE_TEST_GUI
+#include <QApplication>
+using TestApplication = QApplication;
+#else
+#include <QCoreApplication>
+using TestApplication = QCoreApplication;
+#endif
+
+#include <csignal>
+
+int main(int argc, char **argv)
+{
+    // A test that writes to a closed pipe must fail, not kill the runner.
+    std::signal(SIGPIPE, SIG_IGN);
+    TestEnvironment::isolateUserFolders();
+#ifdef TIDEWAVE_TEST_GUI
+    qputenv("QT_QPA_PLATFORM", qgetenv("QT_QPA_PLATFORM").isEmpty() ? "offscreen" : qgetenv("QT_QPA_PLATFORM"));
+#endif
+    TestApplication app(argc, argv);
+    ::testing::InitGoogleTest(&argc, argv);
+    return RUN_ALL_TESTS();
+}
