@@ -1,0 +1,280 @@
+// mac-native-iperf: runs the system's iperf3 with the caller's options and
+// passes its output through, adding after every report line the tagged
+// result line the application's parsers read (see LineTagger.h and
+// README.md beside this file).
+
+#include "LineTagger.h"
+
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/signalfd.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#ifndef TIDEWAVE_IPERF3_PATH
+#define TIDEWAVE_IPERF3_PATH "/usr/bin/iperf3"
+#endif
+
+namespace {
+
+// How long iperf3 gets to end after a forwarded signal before it is killed.
+constexpr long kStopGraceMs = 5000;
+// A line longer than this without a line end is passed on as it is, so a
+// stream without line ends cannot grow the buffer without bound.
+constexpr std::size_t kMaxLine = 1 << 20;
+
+long nowMs()
+{
+    timespec ts{};
+    clock_gettime(CLOCK_MONOTONIC, &ts);
+    return ts.tv_sec * 1000 + ts.tv_nsec / 1000000;
+}
+
+// One write per call as far as the kernel allows, so a report line and its
+// tagged line reach the reader together. A reader that went away is not an
+// error for the measurement: iperf3 keeps being drained.
+void writeAll(int fd, std::string_view data)
+{
+    while (!data.empty()) {
+        const ssize_t n = ::write(fd, data.data(), data.size());
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            return;
+        }
+        data.remove_prefix(static_cast<std::size_t>(n));
+    }
+}
+
+// Splits one pipe's bytes into lines and hands each complete line (with its
+// line end) on.
+class LineReader
+{
+public:
+    template <typename Emit>
+    void feed(std::string_view bytes, Emit &&emit)
+    {
+        m_pending.append(bytes);
+        std::size_t from = 0;
+        for (std::size_t nl = m_pending.find('\n'); nl != std::string::npos; nl = m_pending.find('\n', from)) {
+            emit(std::string_view(m_pending).substr(from, nl + 1 - from));
+            from = nl + 1;
+        }
+        m_pending.erase(0, from);
+        if (m_pending.size() > kMaxLine)
+            finish(emit);
+    }
+
+    template <typename Emit>
+    void finish(Emit &&emit)
+    {
+        if (!m_pending.empty())
+            emit(std::string_view(m_pending));
+        m_pending.clear();
+    }
+
+private:
+    std::string m_pending;
+};
+
+struct Pipe
+{
+    int fd = -1;
+    LineReader reader;
+};
+
+std::vector<char *> iperfArguments(int argc, char **argv)
+{
+    std::vector<char *> args;
+    args.push_back(const_cast<char *>(TIDEWAVE_IPERF3_PATH));
+    int first = 1;
+    // The caller names the tool as its first word ("./iperf3"); iperf3 would
+    // ignore it, but it is no option of ours to pass on.
+    if (argc > 1 && std::string_view(argv[1]).ends_with("iperf3"))
+        first = 2;
+    for (int i = first; i < argc; ++i)
+        args.push_back(argv[i]);
+    // Last, so they win over anything the caller passed: flush each interval
+    // report at once, and print rates in whole Kbit/s.
+    static char forceflush[] = "--forceflush";
+    static char format[] = "--format";
+    static char kilo[] = "k";
+    args.push_back(forceflush);
+    args.push_back(format);
+    args.push_back(kilo);
+    args.push_back(nullptr);
+    return args;
+}
+
+[[noreturn]] void runIperf(const std::vector<char *> &args, pid_t launcher, int out, int err,
+                           const sigset_t &originalMask, const struct sigaction &originalPipe)
+{
+    // iperf3 must not outlive the launcher, even when the launcher is killed
+    // outright; if that already happened before prctl took effect, stop here.
+    if (prctl(PR_SET_PDEATHSIG, SIGTERM) != 0 || getppid() != launcher)
+        _exit(127);
+    if (dup2(out, STDOUT_FILENO) < 0 || dup2(err, STDERR_FILENO) < 0)
+        _exit(127);
+    sigaction(SIGPIPE, &originalPipe, nullptr);
+    sigprocmask(SIG_SETMASK, &originalMask, nullptr);
+    execv(args[0], args.data());
+    const std::string message = std::string("mac-native-iperf: cannot run ") + args[0] + ": " + std::strerror(errno) + "\n";
+    writeAll(STDERR_FILENO, message);
+    _exit(127);
+}
+
+int exitCodeFor(int status)
+{
+    if (WIFEXITED(status))
+        return WEXITSTATUS(status);
+    if (WIFSIGNALED(status))
+        return 128 + WTERMSIG(status);
+    return 1;
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const std::vector<char *> args = iperfArguments(argc, argv);
+
+    // A reader of our output that goes away must not kill us before iperf3
+    // is stopped; iperf3 itself gets the caller's disposition back.
+    struct sigaction ignore {};
+    ignore.sa_handler = SIG_IGN;
+    sigemptyset(&ignore.sa_mask);
+    struct sigaction originalPipe {};
+    sigaction(SIGPIPE, &ignore, &originalPipe);
+
+    // Termination signals and child exit are read from a signalfd in the
+    // poll loop rather than handled asynchronously.
+    sigset_t handled;
+    sigemptyset(&handled);
+    for (int sig : {SIGTERM, SIGINT, SIGHUP, SIGCHLD})
+        sigaddset(&handled, sig);
+    sigset_t originalMask;
+    sigprocmask(SIG_BLOCK, &handled, &originalMask);
+    const int signals = signalfd(-1, &handled, SFD_CLOEXEC | SFD_NONBLOCK);
+
+    int outPipe[2];
+    int errPipe[2];
+    if (signals < 0 || pipe2(outPipe, O_CLOEXEC) != 0 || pipe2(errPipe, O_CLOEXEC) != 0) {
+        writeAll(STDERR_FILENO, std::string("mac-native-iperf: cannot set up pipes: ") + std::strerror(errno) + "\n");
+        return 127;
+    }
+
+    const pid_t launcher = getpid();
+    const pid_t child = fork();
+    if (child < 0) {
+        writeAll(STDERR_FILENO, std::string("mac-native-iperf: cannot start iperf3: ") + std::strerror(errno) + "\n");
+        return 127;
+    }
+    if (child == 0)
+        runIperf(args, launcher, outPipe[1], errPipe[1], originalMask, originalPipe);
+    close(outPipe[1]);
+    close(errPipe[1]);
+
+    LineTagger tagger;
+    auto onOutLine = [&tagger](std::string_view line) {
+        std::string_view text = line;
+        if (text.ends_with('\n'))
+            text.remove_suffix(1);
+        if (const auto tagged = tagger.tag(text)) {
+            std::string both(line);
+            if (!line.ends_with('\n'))
+                both += '\n';
+            both += *tagged;
+            writeAll(STDOUT_FILENO, both);
+        } else {
+            writeAll(STDOUT_FILENO, line);
+        }
+    };
+    auto onErrLine = [](std::string_view line) {
+        writeAll(STDOUT_FILENO, line);
+        writeAll(STDERR_FILENO, line);
+    };
+
+    Pipe out{outPipe[0], {}};
+    Pipe err{errPipe[0], {}};
+    // Reads what one pipe has (everything up to its end when toEnd) and hands
+    // the complete lines on.
+    auto drain = [](Pipe &pipe, auto &emit, bool toEnd) {
+        char buffer[65536];
+        while (pipe.fd >= 0) {
+            const ssize_t n = ::read(pipe.fd, buffer, sizeof buffer);
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n > 0) {
+                pipe.reader.feed(std::string_view(buffer, static_cast<std::size_t>(n)), emit);
+                if (!toEnd)
+                    return;
+                continue;
+            }
+            // End of file, or nothing left once iperf3 is gone.
+            pipe.reader.finish(emit);
+            close(pipe.fd);
+            pipe.fd = -1;
+        }
+    };
+
+    bool childDone = false;
+    int childStatus = 0;
+    long killDeadline = -1;
+    while (!childDone || out.fd >= 0 || err.fd >= 0) {
+        if (childDone) {
+            // iperf3 has exited: everything it wrote is in the pipes already.
+            for (Pipe *pipe : {&out, &err}) {
+                if (pipe->fd >= 0)
+                    fcntl(pipe->fd, F_SETFL, fcntl(pipe->fd, F_GETFL) | O_NONBLOCK);
+            }
+            drain(out, onOutLine, true);
+            drain(err, onErrLine, true);
+            break;
+        }
+        pollfd fds[3] = {{signals, POLLIN, 0}, {out.fd, POLLIN, 0}, {err.fd, POLLIN, 0}};
+        int timeout = -1;
+        if (killDeadline >= 0)
+            timeout = static_cast<int>(std::max(0L, killDeadline - nowMs()));
+        const int ready = poll(fds, 3, timeout);
+        if (ready < 0 && errno != EINTR)
+            break;
+        if (killDeadline >= 0 && nowMs() >= killDeadline) {
+            kill(child, SIGKILL);
+            killDeadline = -1;
+        }
+        if (ready <= 0)
+            continue;
+        if (fds[1].revents != 0)
+            drain(out, onOutLine, false);
+        if (fds[2].revents != 0)
+            drain(err, onErrLine, false);
+        if (fds[0].revents != 0) {
+            signalfd_siginfo info{};
+            while (::read(signals, &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
+                const int sig = static_cast<int>(info.ssi_signo);
+                if (sig == SIGCHLD)
+                    continue;
+                kill(child, sig);
+                if (killDeadline < 0)
+                    killDeadline = nowMs() + kStopGraceMs;
+            }
+            // SIGCHLD may merge with others, so the child is polled for here.
+            if (waitpid(child, &childStatus, WNOHANG) == child)
+                childDone = true;
+        }
+    }
+    if (!childDone) {
+        while (waitpid(child, &childStatus, 0) < 0 && errno == EINTR) {
+        }
+    }
+    return exitCodeFor(childStatus);
+}
