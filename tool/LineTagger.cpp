@@ -81,10 +81,12 @@ std::optional<double> rateUnit(std::string_view unit)
 // Transfer column as printed.
 long long byteCount(double transfer, double halfDigit, double bitsPerSecond, double seconds)
 {
-    double bytes = transfer;
-    if (seconds >= kRateDerivedMinimumSeconds)
-        bytes = std::clamp(bitsPerSecond * seconds / 8.0, transfer - halfDigit, transfer + halfDigit);
-    return std::llround(std::max(bytes, 0.0));
+    if (seconds < kRateDerivedMinimumSeconds)
+        return std::llround(transfer);
+    // Byte counts are whole, so the window is too ("640 Bytes" is exactly 640).
+    const double low = std::max(0.0, std::ceil(transfer - halfDigit));
+    const double high = std::max(low, std::floor(transfer + halfDigit));
+    return std::llround(std::clamp(bitsPerSecond * seconds / 8.0, low, high));
 }
 
 bool isHeader(std::string_view line)
