@@ -20,10 +20,15 @@ public:
     QString displayName;     // hardware-port or service name, "VPN", "WiFi"
     qint64 serviceOrder = 0; // position in the service order; 0 is first
 
+    // A field that is none prints as "(null)", the way the record always
+    // printed a missing value; an empty field prints as nothing.
     QString toString() const
     {
+        const auto text = [](const QString &value) {
+            return value.isNull() ? QStringLiteral("(null)") : value;
+        };
         return QStringLiteral("BSDName=%1,DisplayName=%2,MAC=%3,IP=%4, Status=%5,type=%6,serviceOrder=%7")
-            .arg(BSDName, displayName, MacAdress, IPAdress, status, type)
+            .arg(text(BSDName), text(displayName), text(MacAdress), text(IPAdress), text(status), text(type))
             .arg(serviceOrder);
     }
 };

@@ -1,0 +1,165 @@
+#include "network/WiFiConversions.h"
+
+#include <gtest/gtest.h>
+
+#include <linux/nl80211.h>
+
+namespace {
+
+struct ChannelCase
+{
+    const char *name;
+    int megahertz;
+    quint64 channel;
+};
+
+class ChannelTest : public testing::TestWithParam<ChannelCase>
+{
+};
+
+TEST_P(ChannelTest, FromFrequency)
+{
+    EXPECT_EQ(WiFiConversions::channelFromFrequency(GetParam().megahertz), GetParam().channel);
+}
+
+INSTANTIATE_TEST_SUITE_P(Bands, ChannelTest,
+                         testing::Values(ChannelCase{"g_first", 2412, 1}, ChannelCase{"g_six", 2437, 6},
+                                         ChannelCase{"g_thirteen", 2472, 13}, ChannelCase{"japan_fourteen", 2484, 14},
+                                         ChannelCase{"a_36", 5180, 36}, ChannelCase{"a_149", 5745, 149},
+                                         ChannelCase{"a_165", 5825, 165}, ChannelCase{"japan_4_9", 4920, 184},
+                                         ChannelCase{"six_ghz_first", 5955, 1}, ChannelCase{"six_ghz_two", 5935, 2},
+                                         ChannelCase{"six_ghz_last", 7115, 233}, ChannelCase{"sixty_ghz", 58320, 1},
+                                         ChannelCase{"none", 0, 0}, ChannelCase{"outside_bands", 3000, 0}),
+                         [](const testing::TestParamInfo<ChannelCase> &info) { return std::string(info.param.name); });
+
+struct PhyCase
+{
+    const char *name;
+    TxRateInfo::Kind kind;
+    quint32 bitrate;
+    int megahertz;
+    qint64 mode;
+};
+
+class PhyModeTest : public testing::TestWithParam<PhyCase>
+{
+};
+
+TEST_P(PhyModeTest, FromTransmitRate)
+{
+    const PhyCase &c = GetParam();
+    EXPECT_EQ(WiFiConversions::phyModeFromRate(TxRateInfo{c.kind, c.bitrate}, c.megahertz), c.mode);
+}
+
+using Kind = TxRateInfo::Kind;
+INSTANTIATE_TEST_SUITE_P(
+    Rates, PhyModeTest,
+    testing::Values(PhyCase{"no_rate", Kind::None, 0, 2412, 0}, PhyCase{"eht", Kind::EHT, 28820, 5955, 7},
+                    PhyCase{"he", Kind::HE, 12010, 5180, 6}, PhyCase{"vht", Kind::VHT, 8667, 5745, 5},
+                    PhyCase{"ht_on_2g", Kind::HT, 1444, 2437, 4}, PhyCase{"legacy_5g", Kind::Legacy, 60, 5180, 1},
+                    PhyCase{"legacy_6g", Kind::Legacy, 60, 5955, 1}, PhyCase{"b_1", Kind::Legacy, 10, 2412, 2},
+                    PhyCase{"b_5_5", Kind::Legacy, 55, 2412, 2}, PhyCase{"b_11", Kind::Legacy, 110, 2462, 2},
+                    PhyCase{"g_6", Kind::Legacy, 60, 2437, 3}, PhyCase{"g_54", Kind::Legacy, 540, 2437, 3}),
+    [](const testing::TestParamInfo<PhyCase> &info) { return std::string(info.param.name); });
+
+struct PowerCase
+{
+    const char *name;
+    int mbm;
+    qint64 milliwatts;
+};
+
+class TxPowerTest : public testing::TestWithParam<PowerCase>
+{
+};
+
+TEST_P(TxPowerTest, MbmToMilliwatts)
+{
+    EXPECT_EQ(WiFiConversions::milliwattsFromMbm(GetParam().mbm), GetParam().milliwatts);
+}
+
+INSTANTIATE_TEST_SUITE_P(Levels, TxPowerTest,
+                         testing::Values(PowerCase{"twenty_dbm", 2000, 100}, PowerCase{"fifteen_dbm", 1500, 32},
+                                         PowerCase{"twentythree_dbm", 2300, 200}, PowerCase{"zero_dbm", 0, 1},
+                                         PowerCase{"three_dbm", 300, 2}),
+                         [](const testing::TestParamInfo<PowerCase> &info) { return std::string(info.param.name); });
+
+TEST(InterfaceMode, FromInterfaceType)
+{
+    EXPECT_EQ(WiFiConversions::interfaceModeFromType(NL80211_IFTYPE_STATION), 1);
+    EXPECT_EQ(WiFiConversions::interfaceModeFromType(NL80211_IFTYPE_ADHOC), 2);
+    EXPECT_EQ(WiFiConversions::interfaceModeFromType(NL80211_IFTYPE_AP), 3);
+    EXPECT_EQ(WiFiConversions::interfaceModeFromType(NL80211_IFTYPE_MONITOR), 0);
+    EXPECT_EQ(WiFiConversions::interfaceModeFromType(-1), 0);
+}
+
+// Information elements: an RSN element (id 48) or a WPA vendor element
+// (id 221, 00:50:f2 type 1) with the given key-management suite types.
+QByteArray rsn(std::initializer_list<int> akms)
+{
+    QByteArray body = QByteArray::fromHex("0100" "000fac04" "0100" "000fac04");
+    body += char(akms.size()) + QByteArray(1, '\0');
+    for (int akm : akms)
+        body += QByteArray::fromHex("000fac") + char(akm);
+    body += QByteArray::fromHex("0000");
+    return QByteArray(1, char(48)) + char(body.size()) + body;
+}
+
+QByteArray wpa(std::initializer_list<int> akms)
+{
+    QByteArray body = QByteArray::fromHex("0050f201" "0100" "0050f202" "0100" "0050f202");
+    body += char(akms.size()) + QByteArray(1, '\0');
+    for (int akm : akms)
+        body += QByteArray::fromHex("0050f2") + char(akm);
+    return QByteArray(1, char(221)) + char(body.size()) + body;
+}
+
+const QByteArray kSsid = QByteArray::fromHex("0004") + "Home";
+
+struct SecurityCase
+{
+    const char *name;
+    QByteArray elements;
+    bool privacy;
+    qint64 code;
+};
+
+class SecurityTest : public testing::TestWithParam<SecurityCase>
+{
+};
+
+TEST_P(SecurityTest, FromElementsAndPrivacy)
+{
+    EXPECT_EQ(WiFiConversions::securityFromElements(GetParam().elements, GetParam().privacy), GetParam().code);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Networks, SecurityTest,
+    testing::Values(SecurityCase{"open", kSsid, false, 0}, SecurityCase{"wep", kSsid, true, 1},
+                    SecurityCase{"wpa_personal", kSsid + wpa({2}), true, 2},
+                    SecurityCase{"wpa_wpa2_mixed_personal", kSsid + rsn({2}) + wpa({2}), true, 3},
+                    SecurityCase{"wpa2_personal", kSsid + rsn({2}), true, 4},
+                    SecurityCase{"wpa2_personal_sha256", rsn({6}), true, 4},
+                    SecurityCase{"wpa_enterprise", wpa({1}), true, 7},
+                    SecurityCase{"wpa_wpa2_mixed_enterprise", rsn({1}) + wpa({1}), true, 8},
+                    SecurityCase{"wpa2_enterprise", rsn({1}), true, 9},
+                    SecurityCase{"wpa3_personal", rsn({8}), true, 11},
+                    SecurityCase{"wpa3_transition", rsn({2, 8}), true, 13},
+                    SecurityCase{"wpa3_enterprise", rsn({12}), true, 12},
+                    SecurityCase{"owe", rsn({18}), true, 14},
+                    SecurityCase{"unknown_suite", rsn({99}), true, WiFiConversions::kSecurityUnknown},
+                    // An RSN element that stops after the group cipher means 802.1X.
+                    SecurityCase{"rsn_without_suite_lists", QByteArray::fromHex("3006" "0100" "000fac04"), true, 9},
+                    // A truncated element is ignored, so only the privacy bit speaks.
+                    SecurityCase{"truncated_element", QByteArray::fromHex("3040" "0100"), true, 1}),
+    [](const testing::TestParamInfo<SecurityCase> &info) { return std::string(info.param.name); });
+
+TEST(Elements, SsidAndMacText)
+{
+    EXPECT_EQ(WiFiConversions::ssidFromElements(rsn({2}) + kSsid), QByteArray("Home"));
+    EXPECT_FALSE(WiFiConversions::ssidFromElements(rsn({2})).has_value());
+    EXPECT_EQ(WiFiConversions::macText(QByteArray::fromHex("001b2c034d5e")), QStringLiteral("00:1b:2c:03:4d:5e"));
+    EXPECT_TRUE(WiFiConversions::macText(QByteArray::fromHex("001b2c")).isNull());
+}
+
+} // namespace
