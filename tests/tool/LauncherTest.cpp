@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <memory>
+#include <ostream>
 
 #include <signal.h>
 
@@ -146,6 +146,12 @@ void expectIntervals(const std::vector<TaggedLine> &tagged, const QByteArray &ro
     }
 }
 
+// Short names in test listings instead of a byte dump.
+void PrintTo(const Direction &d, std::ostream *os)
+{
+    *os << d.name;
+}
+
 class LauncherDirections : public ::testing::TestWithParam<Direction>
 {
 };
@@ -217,6 +223,11 @@ struct Failure
     QByteArray message;
 };
 
+void PrintTo(const Failure &f, std::ostream *os)
+{
+    *os << f.name;
+}
+
 class LauncherFailures : public ::testing::TestWithParam<Failure>
 {
 };
@@ -253,6 +264,11 @@ INSTANTIATE_TEST_SUITE_P(
     [](const ::testing::TestParamInfo<Failure> &info) { return std::string(info.param.name); });
 
 enum class Stop { GroupTerm, LauncherTerm, LauncherKill };
+
+void PrintTo(Stop stop, std::ostream *os)
+{
+    *os << static_cast<int>(stop);
+}
 
 class LauncherStops : public ::testing::TestWithParam<Stop>
 {

@@ -7,13 +7,13 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <sstream>
 #include <string>
 #include <vector>
 
 namespace {
 
-const std::string kTcpSenderHeader = "[ ID] Interval           Transfer     Bitrate         Retr  Cwnd";
 const std::string kReceiverHeader = "[ ID] Interval           Transfer     Bitrate";
 const std::string kUdpSenderHeader = "[ ID] Interval           Transfer     Bitrate         Total Datagrams";
 const std::string kUdpReceiverHeader = "[ ID] Interval           Transfer     Bitrate         Jitter    Lost/Total Datagrams";
@@ -25,6 +25,12 @@ struct LineCase
     std::string line;
     std::string expected; // the tagged line without its "\n"; empty: no tag
 };
+
+// Short names in test listings instead of a byte dump.
+void PrintTo(const LineCase &c, std::ostream *os)
+{
+    *os << c.name;
+}
 
 class LineTaggerLines : public ::testing::TestWithParam<LineCase>
 {
@@ -46,47 +52,25 @@ TEST_P(LineTaggerLines, TagsReportLinesOnly)
     }
 }
 
+// The shapes the captures below do not hold; those they hold are covered by
+// the golden test.
 INSTANTIATE_TEST_SUITE_P(
     Shapes, LineTaggerLines,
     ::testing::Values(
-        LineCase{"TcpSenderInterval", kTcpSenderHeader,
-                 "[  5]   0.00-1.00   sec  2.19 GBytes  18768065 Kbits/sec    2   1023 KBytes       ",
-                 "RESULT_$#0.00-1.00 sec$#2346125886$#18768065000$#sender"},
-        LineCase{"TcpReceiverInterval", kReceiverHeader,
-                 "[  5]   1.00-2.00   sec  1.55 GBytes  13286041 Kbits/sec                  ",
-                 "RESULT_$#1.00-2.00 sec$#1660755125$#13286041000$#receiver"},
-        LineCase{"UdpSenderInterval", kUdpSenderHeader, "[  5]   0.00-1.00   sec  2.41 MBytes  20182 Kbits/sec  77  ",
-                 "RESULT_$#0.00-1.00 sec$#2522750$#20182000$#sender"},
-        LineCase{"UdpReceiverInterval", kUdpReceiverHeader,
-                 "[  5]   0.00-1.00   sec  2.41 MBytes  20182 Kbits/sec  0.063 ms  0/77 (0%)  ",
-                 "RESULT_$#0.00-1.00 sec$#2522750$#20182000$#0.063 ms$#0/77 (0%)$#receiver"},
-        // A summary line names its own role, whatever the header said.
-        LineCase{"TcpSenderSummary", kReceiverHeader,
-                 "[  5]   0.00-3.00   sec  6.62 GBytes  18965061 Kbits/sec    2             sender",
-                 "Finished_$#0.00-3.00 sec$#7111897875$#18965061000$#sender"},
-        LineCase{"TcpReceiverSummary", kTcpSenderHeader,
-                 "[  5]   0.00-3.00   sec  6.62 GBytes  18948101 Kbits/sec                  receiver",
-                 "Finished_$#0.00-3.00 sec$#7105537875$#18948101000$#receiver"},
-        LineCase{"UdpSenderSummary", kUdpReceiverHeader,
-                 "[  5]   0.00-3.00   sec  7.16 MBytes  20009 Kbits/sec  0.000 ms  0/229 (0%)  sender",
-                 "Finished_$#0.00-3.00 sec$#7503375$#20009000$#0.000 ms$#0/229 (0%)$#sender"},
         LineCase{"LossWithExponentPercentage", kUdpReceiverHeader,
                  "[  5]   4.00-5.00   sec  0.00 Bytes  0.00 Kbits/sec  0.020 ms  76/76 (1e+02%)  ",
                  "RESULT_$#4.00-5.00 sec$#0$#0$#0.020 ms$#76/76 (1e+02%)$#receiver"},
+        // A summary line names its own role, whatever the header said.
+        LineCase{"SummaryRoleFromItsWord", kUdpSenderHeader,
+                 "[  5]   0.00-3.00   sec  7.16 MBytes  20009 Kbits/sec  0.037 ms  0/229 (0%)  receiver",
+                 "Finished_$#0.00-3.00 sec$#7503375$#20009000$#0.037 ms$#0/229 (0%)$#receiver"},
         LineCase{"BeforeAnyHeaderIsReceiver", "", "[  5]   0.00-1.00   sec  1.00 MBytes  8389 Kbits/sec",
                  "RESULT_$#0.00-1.00 sec$#1048625$#8389000$#receiver"},
         LineCase{"LongRun", kReceiverHeader, "[  5] 100.00-101.00 sec  2.41 MBytes  20182 Kbits/sec",
                  "RESULT_$#100.00-101.00 sec$#2522750$#20182000$#receiver"},
         LineCase{"StockRateUnits", kReceiverHeader, "[  5]   0.00-1.00   sec  2.10 GBytes  18.0 Gbits/sec",
                  "RESULT_$#0.00-1.00 sec$#2250000000$#18000000000$#receiver"},
-        LineCase{"Omitted", kTcpSenderHeader,
-                 "[  5]   0.00-1.00   sec  6.00 MBytes  50324 Kbits/sec    0   1.12 MBytes       (omitted)", ""},
-        LineCase{"SumOfStreams", kReceiverHeader, "[SUM]   0.00-1.00   sec  12.0 MBytes  100655 Kbits/sec", ""},
-        LineCase{"SumSummary", kReceiverHeader, "[SUM]   0.00-2.00   sec  24.0 MBytes  100664 Kbits/sec  receiver", ""},
         LineCase{"Bidirectional", kReceiverHeader, "[  5][TX-C]   0.00-1.00   sec  2.10 GBytes  18043954 Kbits/sec", ""},
-        LineCase{"ConnectionLine", "", "[  5] local 127.0.0.1 port 5201 connected to 127.0.0.1 port 53904", ""},
-        LineCase{"Accepted", "", "Accepted connection from 127.0.0.1, port 53898", ""},
-        LineCase{"Header", "", kTcpSenderHeader, ""},
         LineCase{"Error", "", "iperf3: error - unable to connect to server: Connection refused", ""},
         LineCase{"UnknownUnit", kReceiverHeader, "[  5]   0.00-1.00   sec  2.10 Gallons  18043954 Kbits/sec", ""},
         LineCase{"NoIntervalDash", kReceiverHeader, "[  5]   1.00   sec  2.10 GBytes  18043954 Kbits/sec", ""}),
@@ -100,6 +84,11 @@ struct ByteCase
     std::string line;
     std::string bytes;
 };
+
+void PrintTo(const ByteCase &c, std::ostream *os)
+{
+    *os << c.name;
+}
 
 class LineTaggerBytes : public ::testing::TestWithParam<ByteCase>
 {
