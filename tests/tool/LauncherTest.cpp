@@ -2,6 +2,7 @@
 
 #include "common/TestEnvironment.h"
 
+#include <QDeadlineTimer>
 #include <QTcpServer>
 
 #include <gtest/gtest.h>
@@ -9,7 +10,12 @@
 #include <cmath>
 #include <ostream>
 
+#include <poll.h>
 #include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using namespace std::chrono_literals;
 
@@ -214,6 +220,67 @@ TEST_P(LauncherDirections, AsServerForStockClient)
 
 INSTANTIATE_TEST_SUITE_P(Loopback, LauncherDirections, ::testing::ValuesIn(kDirections),
                          [](const ::testing::TestParamInfo<Direction> &info) { return std::string(info.param.name); });
+
+// A packet socket as standard output keeps every write of the launcher a
+// message of its own, so write boundaries can be seen exactly.
+TEST(LauncherWrites, ReportLineAndItsTagShareOneWrite)
+{
+    const quint16 port = TestEnvironment::freeTcpPort();
+    ToolProcess server(QStringLiteral("%1 -s -1 -p %2 --forceflush").arg(kIperf).arg(port));
+    ASSERT_TRUE(server.waitForOutput("Server listening", 5s));
+
+    int sockets[2];
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets), 0);
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_adddup2(&actions, sockets[1], STDOUT_FILENO);
+    const QByteArray path = launcherPath().toLocal8Bit();
+    const QByteArray portOption = "-p" + QByteArray::number(port);
+    std::vector<char *> argv;
+    for (const char *word : {path.constData(), "./iperf3", "-c", "127.0.0.1", portOption.constData(), "-t2", "-i1", "-u"})
+        argv.push_back(const_cast<char *>(word));
+    argv.push_back(nullptr);
+    pid_t pid = 0;
+    const int spawned = posix_spawn(&pid, path.constData(), &actions, nullptr, argv.data(), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    close(sockets[1]);
+    ASSERT_EQ(spawned, 0);
+
+    QList<QByteArray> writes;
+    QDeadlineTimer deadline(15s);
+    for (;;) {
+        pollfd fd{sockets[0], POLLIN, 0};
+        if (deadline.hasExpired() || poll(&fd, 1, 100) < 0)
+            break;
+        char buffer[65536];
+        const ssize_t n = fd.revents ? recv(sockets[0], buffer, sizeof buffer, 0) : -1;
+        if (n == 0)
+            break;
+        if (n > 0)
+            writes.append(QByteArray(buffer, n));
+    }
+    close(sockets[0]);
+    const bool ended = !deadline.hasExpired();
+    if (!ended)
+        ::kill(pid, SIGKILL);
+    int status = 0;
+    waitpid(pid, &status, 0);
+    ASSERT_TRUE(ended);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+
+    int tags = 0;
+    for (const QByteArray &write : writes) {
+        EXPECT_TRUE(write.endsWith('\n')) << write.constData();
+        const QList<QByteArray> lines = write.chopped(1).split('\n');
+        for (qsizetype i = 0; i < lines.size(); ++i) {
+            if (lines[i].startsWith("RESULT_") || lines[i].startsWith("Finished_")) {
+                ++tags;
+                EXPECT_GT(i, 0) << "a tagged line written apart from its report line";
+            }
+        }
+    }
+    EXPECT_EQ(tags, 4);
+}
 
 struct Failure
 {
