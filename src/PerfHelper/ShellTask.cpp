@@ -5,6 +5,7 @@
 #include <QStringDecoder>
 
 #include <cerrno>
+#include <thread>
 
 #include <fcntl.h>
 #include <signal.h>
@@ -29,7 +30,7 @@ std::optional<QString> ShellTask::executeShellCommandSynchronously(const QString
 {
     // fork/exec rather than QProcess: this may run on any thread, without an
     // event loop, and must return at end of file, not at the shell's exit.
-    const QByteArray cmd = command.toLocal8Bit();
+    const QByteArray cmd = command.toUtf8();
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0)
         return std::nullopt;
@@ -60,7 +61,13 @@ std::optional<QString> ShellTask::executeShellCommandSynchronously(const QString
             break;
     }
     ::close(fds[0]);
-    while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+    // End of file ends the call, not the shell's exit: a command may close
+    // its output and keep running. It is reaped in the background then.
+    if (::waitpid(pid, nullptr, WNOHANG) == 0) {
+        std::thread([pid] {
+            while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+            }
+        }).detach();
     }
 
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);

@@ -6,7 +6,11 @@
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
+
+#include <filesystem>
+#include <system_error>
 
 #include <arpa/inet.h>
 #include <ifaddrs.h>
@@ -57,6 +61,47 @@ void TidewaveUtils::setUserSetting(const QVariant &value, const QString &key)
     SettingsStore &store = SettingsStore::standard();
     store.setObject(value, key);
     store.synchronize();
+}
+
+void TidewaveUtils::copyiPerfExecutableToAppSupportDir()
+{
+    copyiPerfExecutableToAppSupportDir(resourcePath(QStringLiteral("mac-native-iperf")), getiPerfExecutablePath());
+}
+
+void TidewaveUtils::copyiPerfExecutableToAppSupportDir(const QString &resourcePath, const QString &toolPath)
+{
+    namespace fs = std::filesystem;
+    const fs::path tool(QFile::encodeName(toolPath).toStdString());
+    const fs::path folder = tool.parent_path();
+    std::error_code error;
+    if (!fs::exists(folder, error)) {
+        fs::create_directories(folder, error);
+        if (error) {
+            TW_LOG(QStringLiteral("Application Support //macTidewave folder not created :%1 ")
+                       .arg(QStringLiteral("cannot create \"%1\": %2")
+                                .arg(QFile::decodeName(folder.c_str()), QString::fromStdString(error.message()))));
+        }
+    }
+    TW_LOG(QStringLiteral("TDWBaseModel: iPerf Executable Path is %1").arg(toolPath));
+
+    // A stale or foreign file (or folder, or link) never survives a start.
+    fs::remove_all(tool, error);
+
+    QString failure;
+    if (resourcePath.isEmpty()) {
+        failure = QStringLiteral("the tool resource \"mac-native-iperf\" was not found beside the application "
+                                 "or in %1")
+                      .arg(QStringLiteral(TIDEWAVE_LIBEXEC_DIR));
+    } else {
+        // copy_file keeps the resource's permission bits, so the copy stays executable.
+        fs::copy_file(fs::path(QFile::encodeName(resourcePath).toStdString()), tool, error);
+        if (error) {
+            failure = QStringLiteral("cannot copy \"%1\" to \"%2\": %3")
+                          .arg(resourcePath, toolPath, QString::fromStdString(error.message()));
+        }
+    }
+    if (!failure.isEmpty())
+        TW_LOG(QStringLiteral("TDWBaseModel: can't copy iPerf executable file at above path..%1.").arg(failure));
 }
 
 QString TidewaveUtils::resourcePath(const QString &name)

@@ -20,6 +20,14 @@ public:
     // Stores the value in the process-wide settings store and flushes it.
     static void setUserSetting(const QVariant &value, const QString &key);
 
+    // Places a fresh copy of the tool resource "mac-native-iperf" at the
+    // tool path (creating the folder, removing whatever was there); failures
+    // are logged only. Called once at start-up.
+    static void copyiPerfExecutableToAppSupportDir();
+    // The same with explicit paths; a null resource path means the resource
+    // was not found.
+    static void copyiPerfExecutableToAppSupportDir(const QString &resourcePath, const QString &toolPath);
+
     // A file shipped with the application (the tool resource, the defaults
     // resource): looked up beside the executable (the build tree), then in the
     // installed libexec and data folders. A null QString when absent.
