@@ -2,7 +2,6 @@
 #include "common/TestEnvironment.h"
 #include "network/GetPIFInterfaceinfo.h"
 #include "network/LinuxInventoryProvider.h"
-#include "network/MacAddress.h"
 
 #include <gtest/gtest.h>
 
@@ -108,18 +107,6 @@ TEST(LinuxNetworkProfile, RanksByDefaultRouteMetricThenInterfacesWithoutRoute)
     EXPECT_EQ(profile.value(QStringLiteral("wlan0")).value(QStringLiteral("type")).toString(), QStringLiteral("AirPort"));
     EXPECT_EQ(profile.value(QStringLiteral("wg0")).value(QStringLiteral("type")).toString(), QStringLiteral("VPN"));
     EXPECT_EQ(profile.value(QStringLiteral("wg0")).value(QStringLiteral("_name")).toString(), QStringLiteral("wg0"));
-}
-
-TEST(LinuxInventory, ThisMachineListsOnlyUsableIpv4Addresses)
-{
-    auto log = LogCollector::install();
-    const PIFCInterfaceInfoList list = GetPIFInterfaceinfo::getAllNetworksDetails();
-    log->uninstall();
-    EXPECT_TRUE(log->messages().isEmpty()) << log->messages().join(u'\n').toStdString();
-    for (const PIFCInterfaceInfoPtr &record : list) {
-        EXPECT_TRUE(MacAddress::isIp(record->IPAdress)) << record->toString().toStdString();
-        EXPECT_FALSE(record->IPAdress.startsWith(QLatin1String("127"))) << record->toString().toStdString();
-    }
 }
 
 // Inside a namespace of its own: one link with two IPv4 addresses and the

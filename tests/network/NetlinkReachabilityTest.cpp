@@ -117,20 +117,6 @@ TEST_F(NetlinkReachability, ResolvedAddressDecidesByItsRoute)
     EXPECT_EQ(m_events.list(), (QList<bool>{false, true})) << "the routing table first, the address then";
 }
 
-TEST_F(NetlinkReachability, AddressBeyondTheLinkNeedsADefaultRoute)
-{
-    std::atomic<int> lookups{0};
-    start([&lookups](const QString &) {
-        ++lookups;
-        return QList<QHostAddress>{QHostAddress(QStringLiteral("198.51.100.7"))};
-    });
-    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return lookups >= 1 && m_events.size() >= 1; }, 5s));
-    ASSERT_TRUE(ip(kAddDefault));
-    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return m_events.last(true); }, 5s));
-    ASSERT_TRUE(ip(kDeleteDefault));
-    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return m_events.last(false); }, 5s));
-}
-
 // A resolver that hangs must not hold the first decision back.
 TEST_F(NetlinkReachability, SlowResolverDoesNotDelayTheDecision)
 {
@@ -152,17 +138,6 @@ TEST_F(NetlinkReachability, SlowResolverDoesNotDelayTheDecision)
         *released = true;
     }
     release->second.notify_all();
-}
-
-TEST_F(NetlinkReachability, NoCallAfterStop)
-{
-    start([](const QString &) { return QList<QHostAddress>{}; });
-    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return m_events.size() >= 1; }, 5s));
-    m_reachability->stopNotifier();
-    const qsizetype before = m_events.size();
-    ASSERT_TRUE(ip(kAddDefault));
-    // The route change would be seen well within this time by a live monitor.
-    EXPECT_FALSE(TestEnvironment::waitUntil([&] { return m_events.size() > before; }, 500ms));
 }
 
 } // namespace

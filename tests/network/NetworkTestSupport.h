@@ -2,33 +2,56 @@
 
 #include "shell/Logger.h"
 
-#include <QString>
+#include <gtest/gtest.h>
+
 #include <QStringList>
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 
-// Collects the log lines written while it is installed.
-class LogCollector : public LogSink
+// Collects the log lines written while it exists.
+class LogCapture
 {
 public:
-    static std::shared_ptr<LogCollector> install();
-    ~LogCollector() override = default;
-
-    void write(const LogMessage &message) override;
-    QStringList messages() const;
-    bool contains(const QString &prefix) const; // a message starting with prefix
-    void uninstall();
+    LogCapture() { Logger::shared().addSink(m_sink); }
+    ~LogCapture() { Logger::shared().removeSink(m_sink); }
+    QStringList messages() const { return m_sink->messages(); }
+    bool contains(const QString &prefix) const
+    {
+        const QStringList all = messages();
+        return std::any_of(all.begin(), all.end(), [&](const QString &m) { return m.startsWith(prefix); });
+    }
 
 private:
-    mutable std::mutex m_mutex;
-    QStringList m_messages;
-    std::shared_ptr<LogCollector> m_self;
+    struct Sink : LogSink
+    {
+        void write(const LogMessage &message) override
+        {
+            std::lock_guard lock(mutex);
+            lines.append(message.message);
+        }
+        QStringList messages()
+        {
+            std::lock_guard lock(mutex);
+            return lines;
+        }
+        std::mutex mutex;
+        QStringList lines;
+    };
+    std::shared_ptr<Sink> m_sink = std::make_shared<Sink>();
 };
 
-// A network namespace of the test's own, named "tw-<tag>-<pid>", deleted
-// with everything in it when the object goes.
+// Readable names for table rows that carry a "name" field.
+template<typename Case>
+std::string caseName(const testing::TestParamInfo<Case> &info)
+{
+    return info.param.name;
+}
+
+// A network namespace of the test's own, "tw-<tag>-<pid>", deleted with
+// everything in it when the object goes.
 class TestNamespace
 {
 public:
@@ -36,17 +59,14 @@ public:
     static std::unique_ptr<TestNamespace> create(const QString &tag, QString *reason);
     ~TestNamespace();
 
-    const QString &name() const { return m_name; }
-    // Runs "ip -n <name> <arguments>"; true when it succeeded.
+    // "ip -n <name> <arguments>"; true when it succeeded.
     bool ip(const QStringList &arguments) const;
-    // Runs a program inside the namespace ("ip netns exec"); its standard
-    // output, none when it failed or took longer than 20 s.
+    // A program run inside ("ip netns exec"); its output, none on failure.
     std::optional<QString> exec(const QStringList &command) const;
-    // Runs the function on a thread that entered the namespace; false when
-    // the namespace could not be entered.
+    // Runs the function on a thread that entered the namespace.
     bool runInside(const std::function<void()> &function) const;
 
 private:
-    explicit TestNamespace(QString name);
+    explicit TestNamespace(QString name) : m_name(std::move(name)) {}
     QString m_name;
 };

@@ -1,3 +1,4 @@
+#include "NetworkTestSupport.h"
 #include "network/WiFiConversions.h"
 
 #include <gtest/gtest.h>
@@ -13,9 +14,7 @@ struct ChannelCase
     quint64 channel;
 };
 
-class ChannelTest : public testing::TestWithParam<ChannelCase>
-{
-};
+using ChannelTest = testing::TestWithParam<ChannelCase>;
 
 TEST_P(ChannelTest, FromFrequency)
 {
@@ -30,7 +29,7 @@ INSTANTIATE_TEST_SUITE_P(Bands, ChannelTest,
                                          ChannelCase{"six_ghz_first", 5955, 1}, ChannelCase{"six_ghz_two", 5935, 2},
                                          ChannelCase{"six_ghz_last", 7115, 233}, ChannelCase{"sixty_ghz", 58320, 1},
                                          ChannelCase{"none", 0, 0}, ChannelCase{"outside_bands", 3000, 0}),
-                         [](const testing::TestParamInfo<ChannelCase> &info) { return std::string(info.param.name); });
+                         caseName<ChannelCase>);
 
 struct PhyCase
 {
@@ -41,9 +40,7 @@ struct PhyCase
     qint64 mode;
 };
 
-class PhyModeTest : public testing::TestWithParam<PhyCase>
-{
-};
+using PhyModeTest = testing::TestWithParam<PhyCase>;
 
 TEST_P(PhyModeTest, FromTransmitRate)
 {
@@ -60,37 +57,13 @@ INSTANTIATE_TEST_SUITE_P(
                     PhyCase{"legacy_6g", Kind::Legacy, 60, 5955, 1}, PhyCase{"b_1", Kind::Legacy, 10, 2412, 2},
                     PhyCase{"b_5_5", Kind::Legacy, 55, 2412, 2}, PhyCase{"b_11", Kind::Legacy, 110, 2462, 2},
                     PhyCase{"g_6", Kind::Legacy, 60, 2437, 3}, PhyCase{"g_54", Kind::Legacy, 540, 2437, 3}),
-    [](const testing::TestParamInfo<PhyCase> &info) { return std::string(info.param.name); });
+    caseName<PhyCase>);
 
-struct PowerCase
+TEST(TxPower, MbmToRoundedMilliwatts)
 {
-    const char *name;
-    int mbm;
-    qint64 milliwatts;
-};
-
-class TxPowerTest : public testing::TestWithParam<PowerCase>
-{
-};
-
-TEST_P(TxPowerTest, MbmToMilliwatts)
-{
-    EXPECT_EQ(WiFiConversions::milliwattsFromMbm(GetParam().mbm), GetParam().milliwatts);
-}
-
-INSTANTIATE_TEST_SUITE_P(Levels, TxPowerTest,
-                         testing::Values(PowerCase{"twenty_dbm", 2000, 100}, PowerCase{"fifteen_dbm", 1500, 32},
-                                         PowerCase{"twentythree_dbm", 2300, 200}, PowerCase{"zero_dbm", 0, 1},
-                                         PowerCase{"three_dbm", 300, 2}),
-                         [](const testing::TestParamInfo<PowerCase> &info) { return std::string(info.param.name); });
-
-TEST(InterfaceMode, FromInterfaceType)
-{
-    EXPECT_EQ(WiFiConversions::interfaceModeFromType(NL80211_IFTYPE_STATION), 1);
-    EXPECT_EQ(WiFiConversions::interfaceModeFromType(NL80211_IFTYPE_ADHOC), 2);
-    EXPECT_EQ(WiFiConversions::interfaceModeFromType(NL80211_IFTYPE_AP), 3);
-    EXPECT_EQ(WiFiConversions::interfaceModeFromType(NL80211_IFTYPE_MONITOR), 0);
-    EXPECT_EQ(WiFiConversions::interfaceModeFromType(-1), 0);
+    EXPECT_EQ(WiFiConversions::milliwattsFromMbm(2000), 100);
+    EXPECT_EQ(WiFiConversions::milliwattsFromMbm(1500), 32);
+    EXPECT_EQ(WiFiConversions::milliwattsFromMbm(0), 1);
 }
 
 // Information elements: an RSN element (id 48) or a WPA vendor element
@@ -124,9 +97,7 @@ struct SecurityCase
     qint64 code;
 };
 
-class SecurityTest : public testing::TestWithParam<SecurityCase>
-{
-};
+using SecurityTest = testing::TestWithParam<SecurityCase>;
 
 TEST_P(SecurityTest, FromElementsAndPrivacy)
 {
@@ -152,14 +123,6 @@ INSTANTIATE_TEST_SUITE_P(
                     SecurityCase{"rsn_without_suite_lists", QByteArray::fromHex("3006" "0100" "000fac04"), true, 9},
                     // A truncated element is ignored, so only the privacy bit speaks.
                     SecurityCase{"truncated_element", QByteArray::fromHex("3040" "0100"), true, 1}),
-    [](const testing::TestParamInfo<SecurityCase> &info) { return std::string(info.param.name); });
-
-TEST(Elements, SsidAndMacText)
-{
-    EXPECT_EQ(WiFiConversions::ssidFromElements(rsn({2}) + kSsid), QByteArray("Home"));
-    EXPECT_FALSE(WiFiConversions::ssidFromElements(rsn({2})).has_value());
-    EXPECT_EQ(WiFiConversions::macText(QByteArray::fromHex("001b2c034d5e")), QStringLiteral("00:1b:2c:03:4d:5e"));
-    EXPECT_TRUE(WiFiConversions::macText(QByteArray::fromHex("001b2c")).isNull());
-}
+    caseName<SecurityCase>);
 
 } // namespace

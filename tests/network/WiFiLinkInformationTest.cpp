@@ -14,9 +14,7 @@ struct MacCase
     QString expected;
 };
 
-class NormalizeMacTest : public testing::TestWithParam<MacCase>
-{
-};
+using NormalizeMacTest = testing::TestWithParam<MacCase>;
 
 TEST_P(NormalizeMacTest, PadsSingleCharactersAndUpperCases)
 {
@@ -30,14 +28,7 @@ INSTANTIATE_TEST_SUITE_P(
                     MacCase{"empty_part_kept", QStringLiteral("aa::bb"), QStringLiteral("AA::BB")},
                     MacCase{"mixed", QStringLiteral("0:1b:2c:3:4d:e"), QStringLiteral("00:1B:2C:03:4D:0E")},
                     MacCase{"absent", QString(), QStringLiteral("")}),
-    [](const testing::TestParamInfo<MacCase> &info) { return std::string(info.param.name); });
-
-TEST(NormalizeSsid, AbsentBecomesEmpty)
-{
-    EXPECT_FALSE(WiFiLinkInformation::normalizeSSID(QString()).isNull());
-    EXPECT_EQ(WiFiLinkInformation::normalizeSSID(QString()), QStringLiteral(""));
-    EXPECT_EQ(WiFiLinkInformation::normalizeSSID(QStringLiteral("Home")), QStringLiteral("Home"));
-}
+    caseName<MacCase>);
 
 TEST(PopulateWiFiInterfaceInfo, StampsTheLinkAsItIsNow)
 {
@@ -77,32 +68,27 @@ TEST(PopulateWiFiInterfaceInfo, StampsTheLinkAsItIsNow)
     EXPECT_EQ(interface.reads(), 2);
 }
 
-TEST(PopulateWiFiInterfaceInfo, UnassociatedLinkGivesEmptyTextsAndZeros)
+TEST(PopulateWiFiInterfaceInfo, UnassociatedLinkGivesEmptyTextsAndNoInterfaceNothing)
 {
     FakeWiFiInterface interface;
     PerfResult result;
     WiFiLinkInformation::populateWiFiInterfaceInfo(result, &interface);
-    EXPECT_EQ(result.ssidField, QStringLiteral(""));
     EXPECT_FALSE(result.ssidField.isNull());
+    EXPECT_EQ(result.ssidField, QStringLiteral(""));
     EXPECT_EQ(result.bssidField, QStringLiteral(""));
     EXPECT_EQ(result.channeField, QStringLiteral("0"));
-}
 
-TEST(PopulateWiFiInterfaceInfo, WithoutAnInterfaceTheResultIsUntouched)
-{
-    PerfResult result;
-    result.rssiField = 7;
-    WiFiLinkInformation::populateWiFiInterfaceInfo(result, nullptr);
-    EXPECT_EQ(result.rssiField, 7);
-    EXPECT_TRUE(result.ssidField.isNull());
-    EXPECT_TRUE(result.channeField.isNull());
+    PerfResult untouched;
+    WiFiLinkInformation::populateWiFiInterfaceInfo(untouched, nullptr);
+    EXPECT_TRUE(untouched.ssidField.isNull());
+    EXPECT_TRUE(untouched.channeField.isNull());
 }
 
 // This machine has no radio: loopback and a missing name are answered with
 // no values and nothing logged.
 TEST(Nl80211Interface, NonWirelessAndAbsentInterfacesGiveNoValues)
 {
-    auto log = LogCollector::install();
+    const LogCapture log;
     for (const QString &name : {QStringLiteral("lo"), QStringLiteral("tw-absent0")}) {
         const std::shared_ptr<WiFiInterface> interface = Nl80211Interface::interfaceWithName(name);
         ASSERT_TRUE(interface);
@@ -114,8 +100,7 @@ TEST(Nl80211Interface, NonWirelessAndAbsentInterfacesGiveNoValues)
         EXPECT_EQ(state.channelNumber, 0u);
         EXPECT_EQ(state.transmitPower, 0);
     }
-    log->uninstall();
-    EXPECT_TRUE(log->messages().isEmpty());
+    EXPECT_TRUE(log.messages().isEmpty());
 }
 
 struct AirPortCase
@@ -125,9 +110,7 @@ struct AirPortCase
     QMap<QString, QString> expected;
 };
 
-class AirPortParserTest : public testing::TestWithParam<AirPortCase>
-{
-};
+using AirPortParserTest = testing::TestWithParam<AirPortCase>;
 
 TEST_P(AirPortParserTest, PicksMarkedValues)
 {
@@ -159,16 +142,14 @@ INSTANTIATE_TEST_SUITE_P(
                     Values{{QStringLiteral("channel:"), QStringLiteral("36")}}},
         // The value is whatever follows the line's first colon.
         AirPortCase{"value_after_first_colon", QStringLiteral("header\nnote: lastTxRate: 54\n"),
-                    Values{{QStringLiteral("lastTxRate:"), QStringLiteral("lastTxRate: 54")}}},
-        AirPortCase{"empty", QString(), Values{}}),
-    [](const testing::TestParamInfo<AirPortCase> &info) { return std::string(info.param.name); });
+                    Values{{QStringLiteral("lastTxRate:"), QStringLiteral("lastTxRate: 54")}}}),
+    caseName<AirPortCase>);
 
 TEST(AirPortCommand, MissingCommandIsLoggedAsAnError)
 {
-    auto log = LogCollector::install();
+    const LogCapture log;
     WiFiLinkInformation::executeAirPortCommand();
-    log->uninstall();
-    EXPECT_TRUE(log->contains(QStringLiteral("error is "))) << log->messages().join(u'\n').toStdString();
+    EXPECT_TRUE(log.contains(QStringLiteral("error is "))) << log.messages().join(u'\n').toStdString();
 }
 
 } // namespace
