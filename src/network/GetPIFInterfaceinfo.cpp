@@ -261,6 +261,22 @@ InterfaceMap GetPIFInterfaceinfo::executeAndParseNetworksetupCommand(NetworkInve
                                    systemProfilerInterfaces);
 }
 
+InterfaceMap GetPIFInterfaceinfo::executeAndParseIfconfigCommand()
+{
+    return executeAndParseIfconfigCommand(*provider());
+}
+
+ProfileMap GetPIFInterfaceinfo::executeAndParseSystemProfilerCommand()
+{
+    return executeAndParseSystemProfilerCommand(*provider());
+}
+
+InterfaceMap GetPIFInterfaceinfo::executeAndParseNetworksetupCommand(const InterfaceMap &ifconfigInterfaces,
+                                                                     const ProfileMap &systemProfilerInterfaces)
+{
+    return executeAndParseNetworksetupCommand(*provider(), ifconfigInterfaces, systemProfilerInterfaces);
+}
+
 PIFCInterfaceInfoList GetPIFInterfaceinfo::getAllNetworksDetails(NetworkInventoryProvider &provider)
 {
     const InterfaceMap configuration = executeAndParseIfconfigCommand(provider);

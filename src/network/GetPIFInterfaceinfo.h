@@ -31,10 +31,14 @@ public:
     static QStringList getListOfNetworksDetails(NetworkInventoryProvider &provider);
 
     // The configuration map from the provider's configuration listing.
+    static InterfaceMap executeAndParseIfconfigCommand();
     static InterfaceMap executeAndParseIfconfigCommand(NetworkInventoryProvider &provider);
     // The profile map from the provider's network profile.
+    static ProfileMap executeAndParseSystemProfilerCommand();
     static ProfileMap executeAndParseSystemProfilerCommand(NetworkInventoryProvider &provider);
     // The merged map from the provider's hardware-port listing.
+    static InterfaceMap executeAndParseNetworksetupCommand(const InterfaceMap &ifconfigInterfaces,
+                                                           const ProfileMap &systemProfilerInterfaces);
     static InterfaceMap executeAndParseNetworksetupCommand(NetworkInventoryProvider &provider,
                                                            const InterfaceMap &ifconfigInterfaces,
                                                            const ProfileMap &systemProfilerInterfaces);

@@ -119,13 +119,15 @@ QList<LinuxInterface> LinuxInventoryProvider::interfaces(QString *error)
     QList<LinuxInterface> result;
     QHash<QString, qsizetype> byName;
     const auto entryFor = [&](const ifaddrs *entry) -> LinuxInterface & {
-        const QString name = QString::fromUtf8(entry->ifa_name);
+        // An address label such as "eth0:1" belongs to eth0; the listing's
+        // reader would cut the name at the colon anyway.
+        const QString name = QString::fromUtf8(entry->ifa_name).section(QLatin1Char(':'), 0, 0);
         auto it = byName.constFind(name);
         if (it != byName.cend())
             return result[*it];
         LinuxInterface interface;
         interface.name = name;
-        interface.index = int(::if_nametoindex(entry->ifa_name));
+        interface.index = int(::if_nametoindex(name.toUtf8().constData()));
         interface.flags = entry->ifa_flags;
         byName.insert(name, result.size());
         result.append(interface);

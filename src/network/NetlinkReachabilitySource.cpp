@@ -10,6 +10,7 @@
 #include <linux/rtnetlink.h>
 #include <netdb.h>
 #include <poll.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -86,6 +87,8 @@ void drainChanges(int fd)
 
 void monitor(std::shared_ptr<Shared> shared)
 {
+    // The name shows in ps/top and in debuggers, like a dispatch queue's label.
+    ::pthread_setname_np(::pthread_self(), "tw-reachability");
     bool first = true;
     ReachabilityFlags last = 0;
     const auto evaluate = [&] {
