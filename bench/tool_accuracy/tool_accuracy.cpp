@@ -242,7 +242,19 @@ void accuracy(const char *name, const QStringList &options)
     }
     report("Finished_ receiver BITS_PER_SECOND / JSON", finished->bitsPerSecond / rate, 0.001);
     report("Finished_ receiver BYTES / JSON", finished->bytes / bytes, 0.005);
-    report("sum of RESULT_ BYTES / JSON", intervalBytes / bytes, 0.005);
+    // The client's interval lines are its sender's: for UDP, what was sent is
+    // every datagram the server counted (lost ones included) times their length.
+    double sent = bytes;
+    if (options.contains(QStringLiteral("-u"))) {
+        const double length = json[QStringLiteral("start")].toObject()[QStringLiteral("test_start")]
+                                  .toObject()[QStringLiteral("blksize")].toDouble();
+        sent = received[QStringLiteral("packets")].toDouble() * length;
+        std::printf("  datagrams: %.0f of %.0f bytes, %.0f lost\n", received[QStringLiteral("packets")].toDouble(),
+                    length, received[QStringLiteral("lost_packets")].toDouble());
+        report("sum of RESULT_ BYTES / JSON datagrams sent", intervalBytes / sent, 0.005);
+    } else {
+        report("sum of RESULT_ BYTES / JSON", intervalBytes / sent, 0.005);
+    }
 
     for (const QJsonValue &interval : json[QStringLiteral("intervals")].toArray()) {
         const QJsonObject sum = interval.toObject()[QStringLiteral("sum")].toObject();
@@ -266,17 +278,34 @@ void throughput()
         return;
     }
     const QStringList common = {QStringLiteral("-c"), QStringLiteral("127.0.0.1"), QStringLiteral("-p%1").arg(port),
-                                QStringLiteral("-t4"), QStringLiteral("-i1")};
+                                QStringLiteral("-t3"), QStringLiteral("-i1")};
+    constexpr int kRounds = 6;
+    // The receiver's rate from a run's text output (stock iperf3 prints the
+    // same summary lines, in its own units, which the tagger reads as well).
+    auto receiverRate = [](const QByteArray &output) {
+        LineTagger tagger;
+        double rate = 0;
+        for (const QByteArray &line : output.split('\n')) {
+            const auto out = tagger.tag(line.toStdString());
+            if (!out)
+                continue;
+            for (const Tagged &t : tagged(QByteArray::fromStdString(*out))) {
+                if (t.summary && t.role == "receiver")
+                    rate = t.bitsPerSecond;
+            }
+        }
+        return rate;
+    };
     std::vector<double> viaLauncher;
     std::vector<double> bare;
-    for (int round = 0; round < 3; ++round) {
-        for (const Tagged &t : tagged(runToEnd(g_launcher, QStringList{QStringLiteral("./iperf3")} + common, 20000))) {
-            if (t.summary && t.role == "receiver")
-                viaLauncher.push_back(t.bitsPerSecond);
+    for (int round = 0; round < kRounds; ++round) {
+        // Alternate which goes first, so neither profits from the order.
+        for (int turn = 0; turn < 2; ++turn) {
+            if ((round + turn) % 2 == 0)
+                viaLauncher.push_back(receiverRate(runToEnd(g_launcher, QStringList{QStringLiteral("./iperf3")} + common, 20000)));
+            else
+                bare.push_back(receiverRate(runToEnd(kIperf, common, 20000)));
         }
-        const QByteArray json = runToEnd(kIperf, common + QStringList{QStringLiteral("--json")}, 20000);
-        const QJsonObject end = QJsonDocument::fromJson(json).object()[QStringLiteral("end")].toObject();
-        bare.push_back(end[QStringLiteral("sum_received")].toObject()[QStringLiteral("bits_per_second")].toDouble());
     }
     server.terminate();
     server.waitForFinished(5000);
@@ -287,15 +316,26 @@ void throughput()
             sum += v;
         return values.empty() ? 0.0 : sum / static_cast<double>(values.size());
     };
-    std::printf("Throughput, unlimited TCP, 3 x 4 s each, alternating\n");
+    std::printf("Throughput, unlimited TCP, 6 x 3 s each, alternating\n");
     for (std::size_t i = 0; i < std::max(viaLauncher.size(), bare.size()); ++i) {
         std::printf("  round %zu: launcher %.0f Mbit/s, bare iperf3 %.0f Mbit/s\n", i + 1,
                     i < viaLauncher.size() ? viaLauncher[i] / 1e6 : 0.0, i < bare.size() ? bare[i] / 1e6 : 0.0);
     }
-    const double ratio = mean(bare) > 0 ? mean(viaLauncher) / mean(bare) : 0.0;
-    const bool met = ratio >= 0.98;
+    // Loopback throughput swings with whatever else the machine runs, so the
+    // judged figure is the median of the ratios of neighbouring runs.
+    std::vector<double> ratios;
+    for (std::size_t i = 0; i < std::min(viaLauncher.size(), bare.size()); ++i) {
+        if (bare[i] > 0)
+            ratios.push_back(viaLauncher[i] / bare[i]);
+    }
+    std::sort(ratios.begin(), ratios.end());
+    const double median = ratios.empty() ? 0.0
+        : ratios.size() % 2 ? ratios[ratios.size() / 2]
+                            : (ratios[ratios.size() / 2 - 1] + ratios[ratios.size() / 2]) / 2;
+    std::printf("  %-44s %.4f\n", "mean launcher / mean bare", mean(bare) > 0 ? mean(viaLauncher) / mean(bare) : 0.0);
+    const bool met = median >= 0.98;
     g_allMet = g_allMet && met;
-    std::printf("  %-44s %.4f  (target >= 0.98: %s)\n", "mean launcher / mean bare", ratio, met ? "met" : "MISSED");
+    std::printf("  %-44s %.4f  (target >= 0.98: %s)\n", "median of per-round ratios", median, met ? "met" : "MISSED");
 }
 
 } // namespace
