@@ -118,8 +118,6 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         DayCountCase{"TwoMinutesOverMidnight", "UTC", local(2016, 9, 5, 23, 59), local(2016, 9, 6, 0, 1), 1},
         DayCountCase{"Backwards", "UTC", local(2016, 9, 6, 0, 1), local(2016, 9, 5, 23, 59), -1},
-        DayCountCase{"SameDay", "UTC", local(2016, 9, 5, 0, 0), local(2016, 9, 5, 23, 59), 0},
-        DayCountCase{"AcrossLeapDay", "UTC", local(2016, 2, 28, 12), local(2016, 3, 1, 1), 2},
         // A 23-hour day must still count as one.
         DayCountCase{"AcrossSpringForward", "Europe/Berlin", local(2017, 3, 25, 23, 30), local(2017, 3, 27, 0, 10), 2},
         // Midnight itself was skipped in São Paulo on 16 October 2016.
@@ -152,8 +150,6 @@ TEST(DateUtilitesTest, FixedPatterns)
     EXPECT_EQ(DateUtilites::UTCStringWithMilliseconds(date), QStringLiteral("2016-09-05 13:04:05.123"));
     EXPECT_EQ(DateUtilites::longDateFormat(date, kEnglishUS), QStringLiteral("September 5, 2016"));
     EXPECT_EQ(DateUtilites::mediumDateFormat(date, kEnglishUS), QStringLiteral("Sep 5, 2016"));
-    EXPECT_FALSE(DateUtilites::longDateFormat(date, QLocale(QLocale::German)).contains(QStringLiteral("Montag")));
-    EXPECT_EQ(DateUtilites::week(date), 36);
 
     const QLocale saved;
     QLocale::setDefault(QLocale(QLocale::German));
@@ -163,38 +159,6 @@ TEST(DateUtilitesTest, FixedPatterns)
     EXPECT_EQ(shortName, QStringLiteral("Sep"));
     EXPECT_EQ(name, QStringLiteral("September"));
 }
-
-struct PatternCase
-{
-    const char *name;
-    const char *pattern;
-    const char *expected;
-};
-
-void PrintTo(const PatternCase &c, std::ostream *os)
-{
-    *os << c.name;
-}
-
-class PatternTest : public ::testing::TestWithParam<PatternCase>
-{};
-
-TEST_P(PatternTest, UnicodePatternLettersMapToTheSameFields)
-{
-    const QDateTime date = local(2016, 9, 5, 15, 4, 5, 123);
-    EXPECT_EQ(DateUtilites::stringWithPattern(date, QString::fromLatin1(GetParam().pattern), kEnglishUS),
-              QString::fromUtf8(GetParam().expected));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Table, PatternTest,
-    ::testing::Values(PatternCase{"IsoWithLiteralT", "yyyy-MM-dd'T'HH:mm:ss.SSS", "2016-09-05T15:04:05.123"},
-                      PatternCase{"NamesAndShortYear", "EEE, d MMM yy", "Mon, 5 Sep 16"},
-                      PatternCase{"FullNames", "EEEE d MMMM y", "Monday 5 September 2016"},
-                      PatternCase{"TwelveHourClock", "h:mm a", "3:04 PM"},
-                      PatternCase{"QuotedQuote", "'o''clock' H", "o'clock 15"},
-                      PatternCase{"UnknownLetterIsLiteral", "yyyy G", "2016 G"}),
-    [](const auto &info) { return std::string(info.param.name); });
 
 struct ParseCase
 {
@@ -237,28 +201,16 @@ INSTANTIATE_TEST_SUITE_P(
         ParseCase{"DbSingleDigits", &DateUtilites::dateFromDbString, "2016-9-5", utc(2016, 9, 4, 22)},
         ParseCase{"DbBadMonth", &DateUtilites::dateFromDbString, "2016-13-01", std::nullopt},
         ParseCase{"DbTrailingText", &DateUtilites::dateFromDbString, "2016-09-05 10:00", std::nullopt},
-        ParseCase{"DbEmpty", &DateUtilites::dateFromDbString, "", std::nullopt},
         ParseCase{"RfcIsGmt", &DateUtilites::dateFromRFC1123, "Sun, 06 Nov 1994 08:49:37 GMT",
                   utc(1994, 11, 6, 8, 49, 37)},
-        ParseCase{"RfcWithoutGmt", &DateUtilites::dateFromRFC1123, "Sun, 06 Nov 1994 08:49:37", std::nullopt},
         ParseCase{"RfcNotEnglish", &DateUtilites::dateFromRFC1123, "So, 06 Nov. 1994 08:49:37 GMT", std::nullopt},
         // The Z is only a letter: the time is Berlin's, two hours ahead of UTC.
         ParseCase{"TzZIsReadAsLocal", &DateUtilites::dateFromTZ, "2016-09-05T10:00:00Z", utc(2016, 9, 5, 8)},
-        ParseCase{"TzWithoutZ", &DateUtilites::dateFromTZ, "2016-09-05T10:00:00", std::nullopt},
         // 02:30 does not exist that night; a lenient reading moves it past the gap.
         ParseCase{"TzInsideDaylightGap", &DateUtilites::dateFromTZ, "2017-03-26T02:30:00Z", utc(2017, 3, 26, 1, 30)},
         ParseCase{"UtcString", &DateUtilites::dateFromUTCString, "2016-09-05 10:00:00", utc(2016, 9, 5, 10)},
         ParseCase{"UtcStringInBerlinGapIsFine", &DateUtilites::dateFromUTCString, "2017-03-26 02:30:00",
-                  utc(2017, 3, 26, 2, 30)},
-        ParseCase{"UtcStringBadTime", &DateUtilites::dateFromUTCString, "2016-09-05 25:00:00", std::nullopt}),
+                  utc(2017, 3, 26, 2, 30)}),
     [](const auto &info) { return std::string(info.param.name); });
-
-TEST(DateUtilitesTest, UtcTextRoundTripsThroughItsParser)
-{
-    const QDateTime date = QDateTime(QDate(2020, 2, 29), QTime(23, 59, 58), Qt::UTC);
-    const std::optional<QDateTime> back = DateUtilites::dateFromUTCString(DateUtilites::UTCString(date));
-    ASSERT_TRUE(back.has_value());
-    EXPECT_EQ(*back, date);
-}
 
 } // namespace

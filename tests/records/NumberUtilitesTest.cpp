@@ -36,17 +36,12 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         FormatCase{"byteTenMB", [] { return N::byteFormat(10485760); }, "10.00 MB"},
         FormatCase{"byteJustUnderOneMBRoundsUp", [] { return N::byteFormat(1048575); }, "1.00 MB"},
-        FormatCase{"byteZero", [] { return N::byteFormat(0); }, "0.00 MB"},
         FormatCase{"byteMinusOneReadUnsigned", [] { return N::byteFormat(-1); }, "17592186044416.00 MB"},
-        FormatCase{"byteMinusOneFromDouble", [] { return N::byteFormat(-1.0); }, "17592186044416.00 MB"},
         FormatCase{"byteFractionTruncated", [] { return N::byteFormat(1048575.99); }, "1.00 MB"},
-        FormatCase{"byteFromFloat", [] { return N::byteFormat(2621440.0f); }, "2.50 MB"},
         FormatCase{"KBOneAndAHalf", [] { return N::KBFormat(1536); }, "1.50 KB"},
         FormatCase{"KBJustUnderOneRoundsUp", [] { return N::KBFormat(1023); }, "1.00 KB"},
         FormatCase{"KBZero", [] { return N::KBFormat(0); }, "0.00 KB"},
-        FormatCase{"KBMinusOneReadUnsigned", [] { return N::KBFormat(qint64(-1)); }, "18014398509481984.00 KB"},
-        FormatCase{"KBMaxUnsigned", [] { return N::KBFormat(std::numeric_limits<quint64>::max()); },
-                   "18014398509481984.00 KB"}),
+        FormatCase{"KBMinusOneReadUnsigned", [] { return N::KBFormat(qint64(-1)); }, "18014398509481984.00 KB"}),
     [](const auto &info) { return std::string(info.param.name); });
 
 INSTANTIATE_TEST_SUITE_P(
@@ -66,9 +61,6 @@ INSTANTIATE_TEST_SUITE_P(
         FormatCase{"kbpsNegativeFractionTruncatesTowardZero", [] { return N::kbpsFormat(-0.9); }, "0.00 Kbps"},
         FormatCase{"mbpsPlotted", [] { return N::mbpsFormat(93456789); }, "93.46"},
         FormatCase{"kbpsWithoutString", [] { return N::kbpsFormatWithoutString(1234); }, "1.23"},
-        FormatCase{"kbpsWithoutStringFromFloat", [] { return N::kbpsFormatWithoutString(1234.99f); }, "1.23"},
-        FormatCase{"nanReadsAsZero", [] { return N::bitFormat(std::numeric_limits<double>::quiet_NaN()); },
-                   "0.00 Mbps"},
         FormatCase{"hugeDoubleSaturates", [] { return N::mbpsFormat(1e30); }, "9223372036854.78"}),
     [](const auto &info) { return std::string(info.param.name); });
 
@@ -80,11 +72,8 @@ INSTANTIATE_TEST_SUITE_P(
         FormatCase{"hoursNotCapped", [] { return N::durationFormatWithHours(360000); }, "100:00:00"},
         FormatCase{"hoursNegativeTruncatesTowardZero", [] { return N::durationFormatWithHours(-3725); },
                    "-1:-2:-5"},
-        FormatCase{"hoursFromDouble", [] { return N::durationFormatWithHours(59.9); }, "00:00:59"},
         FormatCase{"minutesNotCapped", [] { return N::durationFormatWithMinutes(3725); }, "62:05"},
-        FormatCase{"minutesZero", [] { return N::durationFormatWithMinutes(0); }, "00:00"},
-        FormatCase{"milis", [] { return N::durationFormatWithMilis(3.14159); }, "3.14"},
-        FormatCase{"milisSmall", [] { return N::durationFormatWithMilis(0.005); }, "0.01"}),
+        FormatCase{"milis", [] { return N::durationFormatWithMilis(3.14159); }, "3.14"}),
     [](const auto &info) { return std::string(info.param.name); });
 
 INSTANTIATE_TEST_SUITE_P(
@@ -93,10 +82,7 @@ INSTANTIATE_TEST_SUITE_P(
         FormatCase{"englishGrouping", [] { return N::moneyFormat(1234.5, QLocale(QLocale::English)); }, "1,234.50"},
         FormatCase{"germanMarks", [] { return N::moneyFormat(-1234567.5, QLocale(QLocale::German)); },
                    "-1.234.567,50"},
-        FormatCase{"cLocaleStillGroups", [] { return N::moneyFormat(1000000, QLocale::c()); }, "1,000,000.00"},
-        FormatCase{"underAThousand", [] { return N::moneyFormat(999.999, QLocale(QLocale::English)); },
-                   "1,000.00"},
-        FormatCase{"small", [] { return N::moneyFormat(0.5, QLocale(QLocale::English)); }, "0.50"}),
+        FormatCase{"cLocaleStillGroups", [] { return N::moneyFormat(1000000, QLocale::c()); }, "1,000,000.00"}),
     [](const auto &info) { return std::string(info.param.name); });
 
 TEST(NumberUtilitesTest, DecimalPointIgnoresTheDefaultLocale)

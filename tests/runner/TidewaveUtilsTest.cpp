@@ -5,12 +5,10 @@
 
 #include <gtest/gtest.h>
 
-#include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
-#include <QSettings>
 #include <QTemporaryDir>
 
 #include <atomic>
@@ -186,24 +184,6 @@ TEST(TidewaveUtilsTest, AppSupportPathIsComputedOnceFromTheDataHome)
     const QString second = TidewaveUtils::getAppSupportDirPath();
     qputenv("XDG_DATA_HOME", saved);
     EXPECT_EQ(second, first);
-}
-
-TEST(TidewaveUtilsTest, CurrentDateIsLocalTimeInDayMonthYearOrder)
-{
-    const QDateTime before = QDateTime::currentDateTime().addSecs(-1);
-    const QString text = TidewaveUtils::getCurrentDate();
-    const QDateTime parsed = QDateTime::fromString(text, QStringLiteral("dd/MM/yyyy HH:mm:ss"));
-    ASSERT_TRUE(parsed.isValid()) << text.toStdString();
-    EXPECT_GE(parsed, before.addMSecs(-before.time().msec()));
-    EXPECT_LE(parsed, QDateTime::currentDateTime());
-}
-
-TEST(TidewaveUtilsTest, UserSettingIsOnDiskAtOnce)
-{
-    TidewaveUtils::setUserSetting(QStringLiteral("10.0.0.7"), QStringLiteral("clientToServerIpAddress"));
-    // Another reader of the same store (a second process would see the same file).
-    const QSettings reader(QStringLiteral("norvale"), QStringLiteral("Tidewave"));
-    EXPECT_EQ(reader.value(QStringLiteral("clientToServerIpAddress")).toString(), QStringLiteral("10.0.0.7"));
 }
 
 // A network namespace of the test's own, deleted on destruction.

@@ -1,5 +1,4 @@
 #include "shell/DDFileLogger.h"
-#include "shell/DDTTYLogger.h"
 
 #include "LogFolderFixtures.h"
 #include "common/TestEnvironment.h"
@@ -237,18 +236,6 @@ INSTANTIATE_TEST_SUITE_P(FileSystems, SevenArchivedTest,
                              return std::string(info.param == LogFolder::Kind::Disk ? "Disk" : "NoExtendedAttributes");
                          });
 
-TEST(DDFileLoggerTest, FolderBelowAFileIsSkippedSilently)
-{
-    LogFolder folder;
-    createFileAfter(folder.file(QStringLiteral("plain")), "x", {});
-    const QString logs = folder.file(QStringLiteral("plain/logs"));
-    DDFileLogger logger(std::make_shared<DDLogFileManagerDefault>(logs));
-    logger.write(message(QStringLiteral("nowhere to go")));
-    logger.write(message(QStringLiteral("still nowhere")));
-    EXPECT_TRUE(logger.currentLogFilePath().isNull());
-    EXPECT_FALSE(QFileInfo::exists(logs));
-}
-
 TEST(DDFileLoggerTest, ReadOnlyFolderIsSkippedSilently)
 {
     LogFolder folder(LogFolder::Kind::ReadOnly);
@@ -267,10 +254,6 @@ TEST(DDFileLoggerTest, LinesFromManyThreadsStayWholeAcrossRolls)
     manager->setMaximumNumberOfLogFiles(0); // keep every file, to count every line
     auto fileLogger = std::make_shared<DDFileLogger>(manager);
     fileLogger->setMaximumFileSize(16 * 1024);
-    QFile terminalFile(folder.file(QStringLiteral("terminal")));
-    ASSERT_TRUE(terminalFile.open(QIODevice::WriteOnly));
-    auto terminal = std::make_shared<DDTTYLogger>(terminalFile.handle());
-    Logger::shared().addSink(terminal);
     Logger::shared().addSink(fileLogger);
 
     constexpr int kThreads = 4;
@@ -285,8 +268,6 @@ TEST(DDFileLoggerTest, LinesFromManyThreadsStayWholeAcrossRolls)
     for (std::thread &thread : threads)
         thread.join();
     Logger::shared().removeSink(fileLogger);
-    Logger::shared().removeSink(terminal);
-    terminalFile.close();
 
     const QRegularExpression fileFormat(
         QStringLiteral("^\\d{4}/\\d\\d/\\d\\d \\d\\d:\\d\\d:\\d\\d:\\d{3}  thread (\\d) line (\\d+) x{40}$"));
@@ -303,15 +284,6 @@ TEST(DDFileLoggerTest, LinesFromManyThreadsStayWholeAcrossRolls)
         }
     }
     EXPECT_EQ(seen.size(), kThreads * kLines);
-
-    const QList<QByteArray> terminalLines = contents(folder.file(QStringLiteral("terminal"))).split('\n');
-    EXPECT_EQ(terminalLines.size(), kThreads * kLines + 1);
-    const QRegularExpression terminalFormat(QStringLiteral("^[^\\[]+\\[\\d+:[0-9a-f]+\\] thread \\d line \\d+ x{40}$"));
-    for (const QByteArray &line : terminalLines) {
-        if (!line.isEmpty()) {
-            ASSERT_TRUE(terminalFormat.match(QString::fromUtf8(line)).hasMatch()) << line.toStdString();
-        }
-    }
 }
 
 } // namespace

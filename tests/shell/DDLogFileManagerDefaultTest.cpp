@@ -85,24 +85,6 @@ TEST(DDLogFileManagerDefaultTest, NameAlreadyPresentIsDrawnAgainAndLeftAlone)
     EXPECT_EQ(existing.readAll(), QByteArray("earlier run\n"));
 }
 
-TEST(DDLogFileManagerDefaultTest, ListsOnlyLogFilesNewestFirst)
-{
-    LogFolder folder;
-    QDateTime last;
-    const QStringList names = {QStringLiteral("log-000001.txt"), QStringLiteral("log-FFFFFF.txt"),
-                               QStringLiteral("log-00000A.txt")};
-    for (const QString &name : names)
-        last = createFileAfter(folder.file(name), "x", last);
-    createFileAfter(folder.file(QStringLiteral("log-abcdef.txt")), "x", last);
-    createFileAfter(folder.file(QStringLiteral("notes.txt")), "x", last);
-
-    DDLogFileManagerDefault manager(folder.path());
-    QStringList listed;
-    for (const LogFileInfo &info : manager.sortedLogFileInfos())
-        listed << info.fileName;
-    EXPECT_EQ(listed, (QStringList{names[2], names[1], names[0]}));
-}
-
 struct PruneCase
 {
     const char *name;
@@ -126,8 +108,10 @@ TEST_P(PruneTest, KeepsTheNewestArchivedFilesBesidesTheCurrentOne)
     LogFolder folder;
     DDLogFileManagerDefault manager(folder.path());
     manager.setMaximumNumberOfLogFiles(c.keep);
+    // Not a log file by its name, and the oldest: never pruned.
+    const QString notALog = folder.file(QStringLiteral("log-abcdef.txt"));
+    QDateTime last = createFileAfter(notALog, "x", {});
     QStringList oldestFirst;
-    QDateTime last;
     for (int i = 0; i < c.archivedFiles + (c.newestIsCurrent ? 1 : 0); ++i) {
         const QString path = folder.file(QStringLiteral("log-%1.txt").arg(i, 6, 10, QLatin1Char('0')));
         last = createFileAfter(path, "x", last);
@@ -138,8 +122,9 @@ TEST_P(PruneTest, KeepsTheNewestArchivedFilesBesidesTheCurrentOne)
 
     manager.deleteOldLogFiles();
 
+    EXPECT_TRUE(QFile::exists(notALog));
     const QStringList survivors = QDir(folder.path()).entryList(QDir::Files, QDir::Name);
-    ASSERT_EQ(survivors.size(), c.expectedRemaining);
+    ASSERT_EQ(survivors.size(), c.expectedRemaining + 1);
     // The survivors are the newest ones.
     for (qsizetype i = 0; i < oldestFirst.size(); ++i)
         EXPECT_EQ(QFile::exists(oldestFirst[i]), i >= oldestFirst.size() - c.expectedRemaining) << i;
