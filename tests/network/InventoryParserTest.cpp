@@ -24,6 +24,7 @@ struct IfconfigCase
     QString listing;
     QStringList expected;
 };
+void PrintTo(const IfconfigCase &row, std::ostream *out) { *out << row.name; }
 
 using IfconfigParserTest = testing::TestWithParam<IfconfigCase>;
 

@@ -13,6 +13,7 @@ struct IpCase
     QString text;
     bool accepted;
 };
+void PrintTo(const IpCase &row, std::ostream *out) { *out << row.name; }
 
 using IsIpTest = testing::TestWithParam<IpCase>;
 
@@ -52,6 +53,7 @@ struct MacCase
     QString input;
     QString expected;
 };
+void PrintTo(const MacCase &row, std::ostream *out) { *out << row.name; }
 
 using ConvertToValidMacAddressTest = testing::TestWithParam<MacCase>;
 
@@ -75,6 +77,7 @@ struct VersionCase
     QString release;
     float expected;
 };
+void PrintTo(const VersionCase &row, std::ostream *out) { *out << row.name; }
 
 using OsVersionTest = testing::TestWithParam<VersionCase>;
 

@@ -23,6 +23,7 @@ struct FlagsCase
     ReachabilityFlags flags;
     bool reachable;
 };
+void PrintTo(const FlagsCase &row, std::ostream *out) { *out << row.name; }
 
 using ReachableWithFlagsTest = testing::TestWithParam<FlagsCase>;
 

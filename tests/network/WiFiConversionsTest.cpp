@@ -13,6 +13,7 @@ struct ChannelCase
     int megahertz;
     quint64 channel;
 };
+void PrintTo(const ChannelCase &row, std::ostream *out) { *out << row.name; }
 
 using ChannelTest = testing::TestWithParam<ChannelCase>;
 
@@ -39,6 +40,7 @@ struct PhyCase
     int megahertz;
     qint64 mode;
 };
+void PrintTo(const PhyCase &row, std::ostream *out) { *out << row.name; }
 
 using PhyModeTest = testing::TestWithParam<PhyCase>;
 
@@ -96,6 +98,7 @@ struct SecurityCase
     bool privacy;
     qint64 code;
 };
+void PrintTo(const SecurityCase &row, std::ostream *out) { *out << row.name; }
 
 using SecurityTest = testing::TestWithParam<SecurityCase>;
 

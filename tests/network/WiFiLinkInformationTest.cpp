@@ -13,6 +13,7 @@ struct MacCase
     QString input;
     QString expected;
 };
+void PrintTo(const MacCase &row, std::ostream *out) { *out << row.name; }
 
 using NormalizeMacTest = testing::TestWithParam<MacCase>;
 
@@ -109,6 +110,7 @@ struct AirPortCase
     QString output;
     QMap<QString, QString> expected;
 };
+void PrintTo(const AirPortCase &row, std::ostream *out) { *out << row.name; }
 
 using AirPortParserTest = testing::TestWithParam<AirPortCase>;
 
