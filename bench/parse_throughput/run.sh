@@ -1,0 +1,12 @@
+#!/bin/bash
+# Builds and runs the client parser benchmark: a 10,000-interval stream, fed
+# chunk by chunk, as the launcher writes it.
+# Usage: bench/parse_throughput/run.sh [build dir]   (default: <repo>/build)
+set -euo pipefail
+repo=$(cd "$(dirname "$0")/../.." && pwd)
+build=${1:-$repo/build}
+if [ ! -f "$build/CMakeCache.txt" ]; then
+    cmake -S "$repo" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
+fi
+cmake --build "$build" --target parse_throughput -j2
+"$build/bin/parse_throughput"

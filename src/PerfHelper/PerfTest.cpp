@@ -1,0 +1,447 @@
+#include "PerfHelper/PerfTest.h"
+
+#include "PerfHelper/ShellTask.h"
+#include "PerfHelper/TidewaveUtils.h"
+#include "shell/Logger.h"
+#include "shell/SettingsStore.h"
+
+#include <QPointer>
+#include <QProcess>
+#include <QStringDecoder>
+#include <QTimer>
+
+#include <charconv>
+
+#include <signal.h>
+
+namespace {
+
+const QString kResultTag = QStringLiteral("RESULT_");
+const QString kFinishedTag = QStringLiteral("Finished_");
+const QString kFieldSeparator = QStringLiteral("$#");
+const QString kError = QStringLiteral("error");
+
+// Undecodable bytes give no text at all (a null QString), which the parser
+// ignores.
+QString decodeUtf8(const QByteArray &bytes)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    QString text = decoder.decode(bytes);
+    if (decoder.hasError())
+        return {};
+    if (text.isNull())
+        text = QStringLiteral("");
+    return text;
+}
+
+bool isBlank(QChar c)
+{
+    return c == QLatin1Char(' ') || c == QLatin1Char('\t');
+}
+
+// Spaces and tabs only: line breaks inside a field stay.
+QString trimBlanks(const QString &text)
+{
+    qsizetype begin = 0;
+    qsizetype end = text.size();
+    while (begin < end && isBlank(text.at(begin)))
+        ++begin;
+    while (end > begin && isBlank(text.at(end - 1)))
+        --end;
+    return text.mid(begin, end - begin);
+}
+
+// The leading decimal number of a text as a 32-bit float, 0 when there is
+// none: leading white space, an optional sign, digits with an optional
+// fraction and exponent. Independent of the locale.
+float leadingFloat(const QString &text)
+{
+    qsizetype i = 0;
+    const qsizetype n = text.size();
+    while (i < n && text.at(i).isSpace())
+        ++i;
+    bool negative = false;
+    if (i < n && (text.at(i) == QLatin1Char('+') || text.at(i) == QLatin1Char('-'))) {
+        negative = text.at(i) == QLatin1Char('-');
+        ++i;
+    }
+    QByteArray number;
+    auto takeDigits = [&] {
+        qsizetype taken = 0;
+        while (i < n && text.at(i) >= QLatin1Char('0') && text.at(i) <= QLatin1Char('9')) {
+            number.append(static_cast<char>(text.at(i).unicode()));
+            ++i;
+            ++taken;
+        }
+        return taken;
+    };
+    qsizetype digits = takeDigits();
+    if (i < n && text.at(i) == QLatin1Char('.')) {
+        number.append('.');
+        ++i;
+        digits += takeDigits();
+    }
+    if (digits == 0)
+        return 0.0f;
+    if (i < n && (text.at(i) == QLatin1Char('e') || text.at(i) == QLatin1Char('E'))) {
+        const qsizetype mark = i;
+        QByteArray exponent("e");
+        ++i;
+        if (i < n && (text.at(i) == QLatin1Char('+') || text.at(i) == QLatin1Char('-'))) {
+            exponent.append(static_cast<char>(text.at(i).unicode()));
+            ++i;
+        }
+        const qsizetype before = i;
+        while (i < n && text.at(i) >= QLatin1Char('0') && text.at(i) <= QLatin1Char('9')) {
+            exponent.append(static_cast<char>(text.at(i).unicode()));
+            ++i;
+        }
+        if (i > before)
+            number.append(exponent);
+        else
+            i = mark;
+    }
+    float value = 0.0f;
+    const auto [end, error] = std::from_chars(number.constData(), number.constData() + number.size(), value);
+    (void)end;
+    if (error != std::errc())
+        return 0.0f;
+    return negative ? -value : value;
+}
+
+// A string list the way the logs have always shown one.
+QString describeList(const QStringList &items)
+{
+    QString text = QStringLiteral("(\n");
+    for (qsizetype i = 0; i < items.size(); ++i) {
+        QString item = items.at(i);
+        item.replace(QLatin1Char('\\'), QLatin1String("\\\\")).replace(QLatin1Char('"'), QLatin1String("\\\""));
+        text += QStringLiteral("    \"%1\"").arg(item);
+        text += i + 1 < items.size() ? QStringLiteral(",\n") : QStringLiteral("\n");
+    }
+    return text + QLatin1Char(')');
+}
+
+QString orNull(const QString &text)
+{
+    return text.isNull() ? QStringLiteral("(null)") : text;
+}
+
+// A chunk that starts with the tag is taken as one line, however many it
+// holds; otherwise the text from the first marker on, split at line ends.
+QStringList linesFrom(const QString &text, const QString &tag, const QString &marker)
+{
+    if (text.startsWith(tag))
+        return {text};
+    const QStringList lines = text.mid(text.indexOf(marker)).split(QLatin1Char('\n'));
+    return lines.isEmpty() ? QStringList{text} : lines;
+}
+
+} // namespace
+
+PerfTest::PerfTest(QObject *parent)
+    : QObject(parent)
+{
+}
+
+PerfTest::~PerfTest()
+{
+    if (!m_task)
+        return;
+    m_hasCancelled = true;
+    // The process object may be the one whose signal led here, so it is
+    // never deleted on the spot; a running shell's group is terminated and
+    // the object goes once the shell has ended.
+    QProcess *process = m_task.release();
+    process->disconnect(this);
+    if (process->state() == QProcess::NotRunning) {
+        process->deleteLater();
+        return;
+    }
+    const qint64 pid = m_pid;
+    ShellTask::signalProcessGroup(pid, SIGTERM);
+    connect(process, &QProcess::finished, process, &QObject::deleteLater);
+    QTimer::singleShot(kStopGrace, process, [process, pid] {
+        if (process->state() != QProcess::NotRunning)
+            ShellTask::signalProcessGroup(pid, SIGKILL);
+    });
+}
+
+PerfTestDelegate *PerfTest::delegate() const
+{
+    return liveDelegate();
+}
+
+void PerfTest::setDelegate(PerfTestDelegate *delegate)
+{
+    m_delegate = delegate;
+    m_delegateLifetime = delegate ? delegate->perfTestDelegateLifetime() : std::weak_ptr<const void>();
+}
+
+PerfTestDelegate *PerfTest::liveDelegate() const
+{
+    if (!m_delegate || m_delegateLifetime.expired())
+        return nullptr;
+    return m_delegate;
+}
+
+bool PerfTest::isRunning() const
+{
+    return m_task && m_task->state() != QProcess::NotRunning;
+}
+
+void PerfTest::run()
+{
+    if (m_task || m_hasCancelled) {
+        TW_LOG(QStringLiteral("PerfTest: not starting the tool, this test has already run or was stopped"));
+        return;
+    }
+    executeiPerfOnShell(prepareOptions());
+}
+
+const QStringList &PerfTest::prepareOptions()
+{
+    m_iperfOptions = {QStringLiteral("./iperf3 "), QStringLiteral("-c"), server,
+                      QStringLiteral("-p%1").arg(port)};
+    createOptionsArray();
+    return m_iperfOptions;
+}
+
+void PerfTest::createOptionsArray()
+{
+    if (reverse == 1)
+        m_iperfOptions << QStringLiteral("-R");
+    // The tool's own defaults (128 KB for TCP, 8 KB for UDP) are left to it.
+    if (testType == 1) {
+        m_iperfOptions << QStringLiteral("-u");
+        if (bufferLength != 8)
+            m_iperfOptions << QStringLiteral("-l%1KB").arg(bufferLength);
+    } else if (bufferLength != 128) {
+        m_iperfOptions << QStringLiteral("-l%1KB").arg(bufferLength);
+    }
+    if (sendBandwidth > 0)
+        m_iperfOptions << QStringLiteral("-b%1").arg(sendBandwidth) + (bandwidthformat != 0 ? QStringLiteral("K") : QStringLiteral("M"));
+    m_iperfOptions << QStringLiteral("-t%1").arg(duration) << QStringLiteral("-i%1").arg(stats_interval);
+}
+
+QString PerfTest::commandText(const QString &toolPath, const QStringList &options)
+{
+    // Only the tool path is quoted: the shell splits everything else at
+    // blanks, so "./iperf3 " followed by the join leaves two blanks.
+    return QStringLiteral("\"%1\"").arg(toolPath) + QStringLiteral(" %1").arg(options.join(QLatin1Char(' ')));
+}
+
+void PerfTest::executeiPerfOnShell(const QStringList &options)
+{
+    const QString toolPath = TidewaveUtils::getiPerfExecutablePath();
+    TW_LOG(QStringLiteral("iPef path is %1:").arg(QStringLiteral("\"%1\"").arg(toolPath)));
+    const QString command = commandText(toolPath, options);
+
+    m_task = ShellTask::taskForShellCommand(command);
+    TW_LOG(QStringLiteral("PerfTesr//exeucteiPerfOnShell:arguments are:%1").arg(describeList(m_task->arguments())));
+    connect(m_task.get(), &QProcess::readyReadStandardOutput, this, &PerfTest::readStandardOutput);
+    connect(m_task.get(), &QProcess::finished, this, &PerfTest::shellDidEnd);
+    m_task->start();
+    m_pid = m_task->processId();
+    // A coarse timer may fire up to 5 % early; the check is due at 5 s.
+    QTimer::singleShot(kResponseTimeout, Qt::PreciseTimer, this, &PerfTest::checkResponse);
+}
+
+void PerfTest::readStandardOutput()
+{
+    m_hasReceivediPerfResponse = true;
+    didReceivePerfTestRespnose(decodeUtf8(m_task->readAllStandardOutput()));
+}
+
+void PerfTest::shellDidEnd()
+{
+    // The output handler is taken off first: what is still unread belongs to
+    // the end-of-process rules.
+    disconnect(m_task.get(), &QProcess::readyReadStandardOutput, this, &PerfTest::readStandardOutput);
+    processDidEnd(m_task->readAllStandardOutput(), m_task->readAllStandardError());
+}
+
+void PerfTest::processDidEnd(const QByteArray &outputRest, const QByteArray &errorRest)
+{
+    const QString output = decodeUtf8(outputRest);
+    TW_LOG(QStringLiteral("PerfTest output is: %1").arg(orNull(output)));
+    if (m_hasCancelled)
+        return;
+    if (output.startsWith(kFinishedTag) || output.contains(QLatin1String("iperf Done")) || output.contains(kFinishedTag)) {
+        didReceivePerfTestRespnose(output);
+        return;
+    }
+    // A decided test reports nothing more.
+    if (!output.contains(kError) || m_hasTestFinished)
+        return;
+    QString message = decodeUtf8(errorRest);
+    if (!message.isEmpty())
+        TW_LOG(QStringLiteral("PerfTest: unable to execute test, error is: %1").arg(message));
+    else
+        message = output;
+    QPointer<PerfTest> alive(this);
+    testDidFails(message);
+    if (alive)
+        m_hasTestFinished = true;
+}
+
+void PerfTest::checkResponse()
+{
+    if (m_hasReceivediPerfResponse || m_hasCancelled)
+        return;
+    TW_LOG(QStringLiteral("PerfTest: Timeout occured, no response received in last (%1) seconds so aborting it....")
+               .arg(kResponseTimeout.count()));
+    stop();
+    if (liveDelegate())
+        testDidFails(QStringLiteral("Connection timedout, no Response received from server."));
+}
+
+void PerfTest::stop()
+{
+    m_hasCancelled = true;
+    if (isRunning())
+        terminateProcessGroup();
+}
+
+void PerfTest::terminateProcessGroup()
+{
+    // Debian's sh keeps the tool as its child: only the whole group reaches it.
+    ShellTask::signalProcessGroup(m_pid, SIGTERM);
+    QTimer::singleShot(kStopGrace, this, [this] {
+        // Only while the shell is unreaped is its pid still our group's id.
+        if (isRunning())
+            ShellTask::signalProcessGroup(m_pid, SIGKILL);
+    });
+}
+
+void PerfTest::reportIntervals(const PerfResultPtr &result)
+{
+    if (PerfTestDelegate *target = liveDelegate())
+        target->reportInterval(result);
+}
+
+void PerfTest::testFineshed(const PerfResultPtr &result)
+{
+    if (PerfTestDelegate *target = liveDelegate())
+        target->testDidFinished(result);
+}
+
+void PerfTest::testDidFails(const QString &message)
+{
+    if (PerfTestDelegate *target = liveDelegate())
+        target->testDidFail(message);
+}
+
+bool PerfTest::fillRecord(const QStringList &fields, const PerfResultPtr &record) const
+{
+    const QStringList interval = trimBlanks(QString(fields.at(1)).remove(QLatin1String("sec"))).split(QLatin1Char('-'));
+    if (interval.size() < 2)
+        return false;
+    record->startTime = interval.at(0);
+    record->endTime = interval.at(1);
+    record->sentBandwidth = leadingFloat(trimBlanks(QString(fields.at(3)).remove(QLatin1String("Kbits/sec"))));
+    record->sentBytes = leadingFloat(trimBlanks(QString(fields.at(2)).remove(QLatin1String("KBytes"))));
+    record->bandwidthformat = bandwidthformat;
+    return true;
+}
+
+void PerfTest::didReceivePerfTestRespnose(const QString &response)
+{
+    const QString &text = response;
+    if (text.isNull() || m_hasCancelled || m_hasTestFinished)
+        return;
+    TW_LOG(QStringLiteral("[TID] %1").arg(text));
+
+    // Any delegate call may stop or destroy this test.
+    QPointer<PerfTest> alive(this);
+
+    if (text.contains(QLatin1String("connected to"))) {
+        QString address;
+        const qsizetype local = text.indexOf(QLatin1String("local"));
+        if (local >= 0) {
+            const QString rest = text.mid(local + 6);
+            const qsizetype port = rest.indexOf(QLatin1String("port"));
+            if (port >= 0) {
+                address = rest.left(port).trimmed();
+                if (address.isNull())
+                    address = QStringLiteral("");
+            }
+        }
+        // A connection line without "local ... port" names no address.
+        if (!address.isNull()) {
+            if (PerfTestDelegate *target = liveDelegate()) {
+                target->didResolvedLocalIP(address);
+                return;
+            }
+        }
+    }
+
+    if (text.contains(kResultTag)) {
+        for (const QString &line : linesFrom(text, kResultTag, kResultTag)) {
+            if (line.isEmpty())
+                continue;
+            if (line.contains(kError))
+                break;
+            if (line.startsWith(kFinishedTag) || !line.startsWith(kResultTag))
+                continue;
+            const QStringList fields = line.split(kFieldSeparator);
+            m_result = std::make_shared<PerfResult>();
+            if (fields.size() < 4)
+                continue;
+            auto record = std::make_shared<PerfResult>();
+            if (!fillRecord(fields, record))
+                continue;
+            m_result = record;
+            if (fields.size() >= 6 && testType == 1 && reverse == 1) {
+                record->jitter = trimBlanks(fields.at(4));
+                record->lostTotalDataGrams = trimBlanks(fields.at(5));
+            }
+            reportIntervals(record);
+            if (!alive)
+                return;
+            if (m_hasCancelled)
+                return;
+        }
+    }
+
+    if (text.contains(kFinishedTag)) {
+        TW_LOG(QStringLiteral("Finished_response From Iperf %1").arg(text));
+        for (const QString &line : linesFrom(text, kFinishedTag, QStringLiteral("Finished"))) {
+            TW_LOG(QStringLiteral("PerfTest: processing line at FinishedTest_ = %1").arg(line));
+            if (line.contains(kResultTag) || line.contains(kError))
+                break;
+            if (!line.startsWith(kFinishedTag))
+                continue;
+            const QStringList fields = line.split(kFieldSeparator);
+            m_result = std::make_shared<PerfResult>();
+            if (fields.size() >= 4) {
+                auto record = std::make_shared<PerfResult>();
+                if (fillRecord(fields, record)) {
+                    m_result = record;
+                    if (fields.size() >= 6 && testType == 1) {
+                        record->jitter = trimBlanks(fields.at(4));
+                        record->lostTotalDataGrams = trimBlanks(fields.at(5));
+                    }
+                    reportIntervals(record);
+                    if (!alive || m_hasCancelled)
+                        return;
+                }
+            }
+            if (SettingsStore::leadingInteger(m_result->endTime) >= duration) {
+                m_hasTestFinished = true;
+                TW_LOG(QStringLiteral("PerfTest: final interval result has been received from native iperf, stopping test.. "));
+                break;
+            }
+        }
+    }
+
+    if (text.contains(kError)) {
+        TW_LOG(QStringLiteral("PerfTest: iPerf test got failed..."));
+        if (liveDelegate())
+            testDidFails(text);
+    } else if (text.contains(kFinishedTag)) {
+        m_hasTestFinished = true;
+        if (liveDelegate())
+            testFineshed(m_result);
+    }
+}
