@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -267,7 +268,7 @@ TEST_F(ServerTest, SocketFailuresGiveTheirErrorCodes)
     {
         rlimit saved{};
         ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
-        const int lowestFree = ::dup(0);
+        const int lowestFree = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
         ASSERT_GE(lowestFree, 0);
         ::close(lowestFree);
         rlimit tight = saved;
