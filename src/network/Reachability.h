@@ -49,7 +49,7 @@ public:
     QString currentReachabilityString();
     ReachabilityFlags reachabilityFlags();
 
-    // Part of the class's interface; the application does not use it.
+    // Kept for callers that distinguish cellular links; nothing here sets or reads it.
     bool reachableOnWWAN = true;
 
 private:
