@@ -1,0 +1,272 @@
+#include "client/SpeedGraph.h"
+
+#include <QAreaSeries>
+#include <QChart>
+#include <QLineSeries>
+#include <QLinearGradient>
+#include <QValueAxis>
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+// A colour given as 0-to-1 components that may lie outside that range: each
+// channel saturates, as the drawing system does with such values.
+QColor saturatedColor(double r, double g, double b, double a)
+{
+    auto clamp = [](double v) { return std::clamp(v, 0.0, 1.0); };
+    return QColor::fromRgbF(float(clamp(r)), float(clamp(g)), float(clamp(b)), float(clamp(a)));
+}
+
+// A vertical gradient ("-90 degrees") between two colours over the plot.
+QBrush verticalGradient(const QColor &top, const QColor &bottom)
+{
+    QLinearGradient gradient(0, 0, 0, 1);
+    gradient.setCoordinateMode(QGradient::ObjectMode);
+    gradient.setColorAt(0, top);
+    gradient.setColorAt(1, bottom);
+    return QBrush(gradient);
+}
+
+QPen hairline(QColor color, double opacity, double width)
+{
+    color.setAlphaF(float(opacity));
+    QPen pen(color);
+    pen.setWidthF(width);
+    pen.setCosmetic(true);
+    return pen;
+}
+
+// A major tick spacing of 1, 2 or 5 times a power of ten giving about eight
+// intervals over the range: Qt's stand-in for automatic labelling.
+double niceInterval(double length)
+{
+    if (length <= 0)
+        return 1;
+    const double rough = length / 8.0;
+    const double magnitude = std::pow(10.0, std::floor(std::log10(rough)));
+    const double residual = rough / magnitude;
+    const double step = residual <= 1 ? 1 : residual <= 2 ? 2 : residual <= 5 ? 5 : 10;
+    return std::max(1.0, step * magnitude);
+}
+
+} // namespace
+
+SpeedGraph::SpeedGraph(Look look, QWidget *parent)
+    : QChartView(parent)
+    , m_chart(new QChart)
+    , m_line(new QLineSeries(m_chart))
+    , m_area(new QAreaSeries(m_line))
+    , m_xAxis(new QValueAxis(m_chart))
+    , m_yAxis(new QValueAxis(m_chart))
+{
+    setChart(m_chart); // the view owns the chart from here on
+    setRenderHint(QPainter::Antialiasing);
+    m_area->setName(plotIdentifier());
+    m_chart->legend()->hide();
+    m_chart->addSeries(m_area);
+    m_chart->addAxis(m_xAxis, Qt::AlignBottom);
+    m_chart->addAxis(m_yAxis, Qt::AlignLeft);
+    m_area->attachAxis(m_xAxis);
+    m_area->attachAxis(m_yAxis);
+    // Whole numbers, no grouping, on both axes.
+    m_xAxis->setLabelFormat(QStringLiteral("%d"));
+    m_yAxis->setLabelFormat(QStringLiteral("%d"));
+    m_xAxis->setTickType(QValueAxis::TicksDynamic);
+    m_yAxis->setTickType(QValueAxis::TicksDynamic);
+    m_xAxis->setTickAnchor(0);
+    m_yAxis->setTickAnchor(0);
+    if (look == Look::Detail)
+        styleDetail();
+    else
+        styleStandalone();
+    setXRange(0, 1);
+    setYRange(0, 10);
+}
+
+void SpeedGraph::styleDetail()
+{
+    // The stock-market look, then white graph and plot area.
+    m_chart->setTheme(QChart::ChartThemeDark);
+    m_chart->setBackgroundBrush(Qt::white);
+    m_chart->setPlotAreaBackgroundBrush(Qt::white);
+    m_chart->setPlotAreaBackgroundVisible(true);
+    m_chart->setMargins(QMargins(8, 30, 8, 15));
+    m_chart->setTitleBrush(QColor(Qt::gray));
+    m_chart->setTitleFont(QFont(QStringLiteral("Helvetica"), 14));
+
+    const QPen major = hairline(QColor(Qt::gray), 0.75, 0);
+    const QPen minor = hairline(QColor(Qt::gray), 0.1, 0);
+    QPen axisLine(QColor(Qt::darkGray));
+    axisLine.setWidthF(1.4);
+    QFont axisFont;
+    axisFont.setPointSize(14);
+    for (QValueAxis *axis : {m_xAxis, m_yAxis}) {
+        axis->setGridLinePen(major);
+        axis->setMinorGridLinePen(minor);
+        axis->setMinorGridLineVisible(true);
+        axis->setLinePen(axisLine);
+        axis->setTitleBrush(QColor(Qt::darkGray));
+        axis->setTitleFont(axisFont);
+        axis->setLabelsBrush(QColor(Qt::darkGray));
+        axis->setLabelsFont(axisFont);
+    }
+    m_xAxis->setMinorTickCount(9);
+    m_yAxis->setMinorTickCount(4);
+    m_yAxis->setLabelsAngle(-54); // 0.3 pi
+
+    QPen line(QColor::fromRgbF(0.3333f, 0.6157f, 0.8510f));
+    line.setWidthF(2);
+    m_area->setPen(line);
+    const QColor fill = saturatedColor(111.3, 4.0, 6.3, 1.0);
+    m_area->setBrush(verticalGradient(fill, fill));
+}
+
+void SpeedGraph::styleStandalone()
+{
+    m_chart->setTheme(QChart::ChartThemeDark);
+    m_chart->setMargins(QMargins(8, 30, 8, 15));
+    m_chart->setTitleBrush(QColor(Qt::white));
+    m_chart->setTitleFont(QFont(QStringLiteral("Helvetica")));
+    for (QValueAxis *axis : {m_xAxis, m_yAxis}) {
+        axis->setGridLinePen(hairline(QColor(Qt::white), 0.75, 0.75));
+        axis->setMinorGridLinePen(hairline(QColor(Qt::white), 0.1, 0.25));
+        axis->setMinorGridLineVisible(true);
+    }
+    m_xAxis->setMinorTickCount(9);
+    m_yAxis->setMinorTickCount(4);
+    m_yAxis->setLabelsAngle(-45); // pi / 4
+    setYAxisTitle(QStringLiteral("Speed (Mbps)"));
+
+    QPen line(QColor(Qt::green));
+    line.setWidthF(2);
+    m_area->setPen(line);
+    const QColor fill = saturatedColor(1.3, 4.0, 6.3, 0.5);
+    m_area->setBrush(verticalGradient(fill, fill));
+}
+
+void SpeedGraph::setDataSource(CountSource count, ValueSource value)
+{
+    m_count = std::move(count);
+    m_value = std::move(value);
+}
+
+void SpeedGraph::reloadData()
+{
+    QList<QPointF> points;
+    const qsizetype n = m_count ? m_count() : 0;
+    points.reserve(n);
+    for (qsizetype i = 0; i < n; ++i)
+        points.append(QPointF(m_value(0, i), m_value(1, i)));
+    m_line->replace(points);
+}
+
+void SpeedGraph::appendNewData()
+{
+    const qsizetype n = m_count ? m_count() : 0;
+    const qsizetype shown = m_line->count();
+    if (n < shown) {
+        reloadData();
+        return;
+    }
+    if (n == shown)
+        return;
+    QList<QPointF> points;
+    points.reserve(n - shown);
+    for (qsizetype i = shown; i < n; ++i)
+        points.append(QPointF(m_value(0, i), m_value(1, i)));
+    m_line->append(points);
+}
+
+void SpeedGraph::setXRange(double location, double length)
+{
+    m_xStart = location;
+    m_xLength = length;
+    m_xAxis->setRange(location, location + length);
+    applyXTicks();
+}
+
+void SpeedGraph::setYRange(double location, double length)
+{
+    m_yStart = location;
+    m_yLength = length;
+    m_yAxis->setRange(location, location + length);
+    m_yAxis->setTickInterval(niceInterval(length));
+}
+
+double SpeedGraph::xRangeStart() const
+{
+    return m_xStart;
+}
+
+double SpeedGraph::xRangeLength() const
+{
+    return m_xLength;
+}
+
+double SpeedGraph::yRangeStart() const
+{
+    return m_yStart;
+}
+
+double SpeedGraph::yRangeLength() const
+{
+    return m_yLength;
+}
+
+void SpeedGraph::setGraphTitle(const QString &title)
+{
+    m_graphTitle = title;
+    m_chart->setTitle(displayTitle(title));
+}
+
+void SpeedGraph::setXAxisTitle(const QString &title)
+{
+    m_xTitle = title;
+    m_xAxis->setTitleText(displayTitle(title));
+}
+
+void SpeedGraph::setYAxisTitle(const QString &title)
+{
+    m_yTitle = title;
+    m_yAxis->setTitleText(displayTitle(title));
+}
+
+void SpeedGraph::setXMinorTicksPerInterval(qint64 count)
+{
+    m_xMinorTicks = count;
+    applyXTicks();
+}
+
+void SpeedGraph::setXMajorIntervalLength(qint64 length)
+{
+    m_xMajorInterval = length;
+    applyXTicks();
+}
+
+void SpeedGraph::applyXTicks()
+{
+    // Labelling is automatic, so the major interval follows the range; more
+    // than nine minor lines per interval would only smear the plot.
+    m_xAxis->setTickInterval(niceInterval(m_xLength));
+    m_xAxis->setMinorTickCount(int(std::clamp<qint64>(m_xMinorTicks, 0, 9)));
+}
+
+qsizetype SpeedGraph::pointCount() const
+{
+    return m_line->count();
+}
+
+QPointF SpeedGraph::pointAt(qsizetype index) const
+{
+    return m_line->at(int(index));
+}
+
+QString SpeedGraph::displayTitle(const QString &title)
+{
+    // Chart titles are rich text: a plain line break would be lost.
+    if (!title.contains(QLatin1Char('\n')))
+        return title;
+    return title.toHtmlEscaped().replace(QLatin1Char('\n'), QStringLiteral("<br>"));
+}

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <QChartView>
+#include <QString>
+
+#include <functional>
+
+class QAreaSeries;
+class QChart;
+class QLineSeries;
+class QValueAxis;
+
+// The speed-over-time chart on Qt Charts: one line from the origin through
+// one point per interval with the area under it filled. The points come from
+// a data source (a point count and a value per field and index), asked afresh
+// on every full reload.
+class SpeedGraph : public QChartView
+{
+    Q_OBJECT
+
+public:
+    // Detail: the detail view's light chart. Standalone: the dark, axes-only
+    // chart of GraphView.
+    enum class Look { Detail, Standalone };
+
+    // Field 0 is x, field 1 is y.
+    using CountSource = std::function<qsizetype()>;
+    using ValueSource = std::function<double(int field, qsizetype index)>;
+
+    explicit SpeedGraph(Look look, QWidget *parent = nullptr);
+
+    void setDataSource(CountSource count, ValueSource value);
+
+    // Asks the data source for every point again.
+    void reloadData();
+    // Asks only for the points past those already shown: for a series that
+    // has only grown at its end since the last reload.
+    void appendNewData();
+
+    void setXRange(double location, double length);
+    void setYRange(double location, double length);
+    double xRangeStart() const;
+    double xRangeLength() const;
+    double yRangeStart() const;
+    double yRangeLength() const;
+
+    void setGraphTitle(const QString &title);
+    QString graphTitle() const { return m_graphTitle; }
+    // Titles may hold "\n" line breaks; they are kept as given.
+    void setXAxisTitle(const QString &title);
+    QString xAxisTitle() const { return m_xTitle; }
+    void setYAxisTitle(const QString &title);
+    QString yAxisTitle() const { return m_yTitle; }
+
+    void setXMinorTicksPerInterval(qint64 count);
+    qint64 xMinorTicksPerInterval() const { return m_xMinorTicks; }
+    void setXMajorIntervalLength(qint64 length);
+    qint64 xMajorIntervalLength() const { return m_xMajorInterval; }
+
+    // The plotted points, oldest first (point 0 is the origin).
+    qsizetype pointCount() const;
+    QPointF pointAt(qsizetype index) const;
+    QString plotIdentifier() const { return QStringLiteral("Data Source Plot"); }
+
+private:
+    void styleDetail();
+    void styleStandalone();
+    void applyXTicks();
+    static QString displayTitle(const QString &title);
+
+    QChart *m_chart;
+    QLineSeries *m_line;
+    QAreaSeries *m_area;
+    QValueAxis *m_xAxis;
+    QValueAxis *m_yAxis;
+    CountSource m_count;
+    ValueSource m_value;
+    QString m_graphTitle;
+    QString m_xTitle;
+    QString m_yTitle;
+    qint64 m_xMinorTicks = 9;
+    qint64 m_xMajorInterval = 1;
+    double m_xStart = 0;
+    double m_xLength = 1;
+    double m_yStart = 0;
+    double m_yLength = 10;
+};

@@ -1,0 +1,280 @@
+#include "client/TestInformationView.h"
+
+#include "client/PerfResultTableModel.h"
+#include "client/SpeedGraph.h"
+#include "client/WiFiModeText.h"
+#include "records/NumberUtilites.h"
+#include "shell/SettingsStore.h"
+#include "ui_TestInformationView.h"
+
+#include <QHeaderView>
+#include <QLabel>
+#include <QMenu>
+#include <QNetworkInterface>
+#include <QVBoxLayout>
+
+#include <algorithm>
+
+namespace {
+
+QString objectText(const QString &text)
+{
+    return text.isNull() ? QStringLiteral("(null)") : text;
+}
+
+} // namespace
+
+TestInformationView::TestInformationView(QWidget *parent, SettingsStore *store)
+    : QWidget(parent)
+    , m_ui(std::make_unique<Ui::TestInformationView>())
+    , m_store(store ? store : &SettingsStore::standard())
+    , m_model(new PerfResultTableModel(this, m_store))
+    , m_graph(nullptr)
+    , m_columnMenu(nullptr)
+{
+    m_ui->setupUi(this);
+    m_ui->perfResultView->setModel(m_model);
+    // Rows are one line each; fixed heights keep long tests cheap to lay out.
+    m_ui->perfResultView->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    m_ui->perfResultView->horizontalHeader()->setSectionResizeMode(QHeaderView::Interactive);
+    m_ui->perfResultView->horizontalHeader()->setDefaultSectionSize(110);
+
+    auto *graphLayout = new QVBoxLayout(m_ui->graphHost);
+    graphLayout->setContentsMargins(0, 0, 0, 0);
+    m_graph = new SpeedGraph(SpeedGraph::Look::Detail, m_ui->graphHost);
+    graphLayout->addWidget(m_graph);
+    m_graph->setDataSource([this] { return numberOfRecordsForPlot(); },
+                           [this](int field, qsizetype index) { return numberForPlot(field, index); });
+    awakeFromNib();
+}
+
+TestInformationView::~TestInformationView() = default;
+
+const QStringList &TestInformationView::initiallyHiddenColumns()
+{
+    static const QStringList hidden{QStringLiteral("jitter"),    QStringLiteral("dataloss"),
+                                    QStringLiteral("interface"), QStringLiteral("bssid"),
+                                    QStringLiteral("phyMode"),   QStringLiteral("security")};
+    return hidden;
+}
+
+void TestInformationView::awakeFromNib()
+{
+    // The column chooser: one checkable item per column, on the header's
+    // context menu. The choice is not remembered between starts.
+    m_columnMenu = new QMenu(QString(), this);
+    QHeaderView *header = m_ui->perfResultView->horizontalHeader();
+    for (int column = 0; column < m_model->columnCount(); ++column) {
+        const QString title = m_model->headerData(column, Qt::Horizontal).toString();
+        QAction *item = m_columnMenu->addAction(title);
+        item->setCheckable(true);
+        item->setData(column);
+        const bool hidden = initiallyHiddenColumns().contains(m_model->columnIdentifier(column));
+        m_ui->perfResultView->setColumnHidden(column, hidden);
+        item->setChecked(!hidden);
+        connect(item, &QAction::triggered, this, [this, item] { toggleColumn(item); });
+    }
+    connect(m_columnMenu, &QMenu::aboutToShow, this, &TestInformationView::menuWillOpen);
+    header->setContextMenuPolicy(Qt::CustomContextMenu);
+    connect(header, &QHeaderView::customContextMenuRequested, this,
+            [this, header](const QPoint &pos) { m_columnMenu->popup(header->mapToGlobal(pos)); });
+}
+
+void TestInformationView::toggleColumn(QAction *item)
+{
+    const int column = item->data().toInt();
+    QTableView *table = m_ui->perfResultView;
+    table->setColumnHidden(column, !table->isColumnHidden(column));
+}
+
+void TestInformationView::menuWillOpen()
+{
+    for (QAction *item : m_columnMenu->actions())
+        item->setChecked(!m_ui->perfResultView->isColumnHidden(item->data().toInt()));
+}
+
+QTableView *TestInformationView::perfResultView() const
+{
+    return m_ui->perfResultView;
+}
+
+void TestInformationView::setPerfHelper(PerfHelperPtr perfHelper)
+{
+    if (perfHelper == m_perfHelper)
+        return;
+    m_perfHelper = std::move(perfHelper);
+    m_model->setResults(m_perfHelper ? &m_perfHelper->resultss : nullptr);
+}
+
+void TestInformationView::setLabel(const char *name, const QString &text)
+{
+    if (auto *label = findChild<QLabel *>(QLatin1String(name)))
+        label->setText(text);
+}
+
+void TestInformationView::updateView()
+{
+    if (const PerfHelper *test = m_perfHelper.get()) {
+        setLabel("serverAddress", test->serverIP);
+        setLabel("serverPort", QString::number(test->serverPort));
+        setLabel("testDuration", QStringLiteral("%1 sec").arg(test->duration));
+        setLabel("statsInterval", QStringLiteral("%1 sec").arg(test->stats_interval));
+        setLabel("graphMaxSpeed", QString::number(test->graphMaxSpeed));
+        setLabel("sendBandwidth", test->sendBandwidth != 0 ? QString::number(test->sendBandwidth) : QString());
+        setLabel("datagramSize", test->bufferLength != 0 ? QString::number(test->bufferLength) : QString());
+        setLabel("testType", test->testType != 0 ? QStringLiteral("UDP") : QStringLiteral("TCP"));
+        setLabel("transferDirection",
+                 test->reverse == 1 ? QStringLiteral("Server To Client") : QStringLiteral("Client To Server"));
+    }
+    updateGraphAxis();
+    m_model->reloadData();
+    reloadGraphData();
+}
+
+void TestInformationView::clearView()
+{
+    for (const char *name : {"serverAddress", "serverPort", "testDuration", "statsInterval", "testLabel", "testType",
+                             "transferDirection", "datagramSize", "sendBandwidth"})
+        setLabel(name, QString());
+    setPerfHelper(nullptr);
+    m_model->reloadData();
+    m_graph->setGraphTitle(QString());
+    reloadGraphData();
+}
+
+void TestInformationView::loadGraph()
+{
+    const qint64 duration = m_store->integerForKey(QStringLiteral("testDuration"));
+    const qint64 statsInterval = m_store->integerForKey(QStringLiteral("statsInterval"));
+    const qint64 graphMax = m_store->integerForKey(QStringLiteral("graphMaxSpeed"));
+    const bool kilo = m_store->integerForKey(QStringLiteral("bandwidthformat")) == 1;
+
+    m_graph->setGraphTitle(QString());
+    m_graph->setXMajorIntervalLength(1);
+    m_graph->setYAxisTitle(QStringLiteral("Speed (%1)").arg(kilo ? QStringLiteral("Kbps") : QStringLiteral("Mbps")));
+    m_graph->setXRange(0, double(duration + 1));
+    m_graph->setYRange(0, graphMax > 0 ? double(graphMax) : 10.0);
+    m_graph->setXAxisTitle(QStringLiteral("Test Duration (%1) \nStats Interval = %2").arg(duration).arg(statsInterval));
+    m_graph->setXMinorTicksPerInterval(statsInterval);
+    m_store->synchronize();
+}
+
+void TestInformationView::resetGraph()
+{
+    if (const PerfHelper *test = m_perfHelper.get()) {
+        m_graph->setXRange(0, double(test->duration + 1));
+        m_graph->setYRange(0, test->graphMaxSpeed > 0 ? double(test->graphMaxSpeed) : 10.0);
+        const QString interval =
+            test->stats_interval == 1 ? QStringLiteral("None") : QString::number(test->stats_interval);
+        m_graph->setXAxisTitle(QStringLiteral("Test Duration (%1)\nStats Interval = %2").arg(test->duration).arg(interval));
+        m_graph->setXMinorTicksPerInterval(test->stats_interval);
+        m_graph->setXMajorIntervalLength(test->stats_interval);
+        m_graph->setYAxisTitle(QStringLiteral("Speed (%1)")
+                                   .arg(test->bandwidthformat == 1 ? QStringLiteral("Kbps") : QStringLiteral("Mbps")));
+        m_graph->setGraphTitle(QStringLiteral("%1, ").arg(objectText(test->testLabel))
+                               + QStringLiteral(" From %1 %2").arg(QStringLiteral("This Computer To"),
+                                                                   objectText(test->serverIP)));
+    }
+    m_plotted.clear();
+    reloadGraphData();
+}
+
+float TestInformationView::maximumSentBandwidth()
+{
+    const PerfResultList *list = m_perfHelper ? &m_perfHelper->resultss : nullptr;
+    qsizetype added = m_maxScanned.newRecords(m_perfHelper.get(), list);
+    if (added < 0) {
+        m_maxBandwidth = 0;
+        added = list ? list->size() : 0;
+    }
+    for (qsizetype i = 0; i < added; ++i)
+        m_maxBandwidth = std::max(m_maxBandwidth, list->at(i)->sentBandwidth);
+    m_maxScanned.mark(m_perfHelper.get(), list);
+    return m_maxBandwidth;
+}
+
+void TestInformationView::updateGraphAxis()
+{
+    if (!m_perfHelper)
+        return;
+    const float fastest = maximumSentBandwidth();
+    const QString text = m_perfHelper->bandwidthformat == 1 ? NumberUtilites::kbpsFormat(fastest)
+                                                            : NumberUtilites::bitFormat(fastest);
+    qint64 limit = SettingsStore::leadingInteger(text) + 5;
+    limit = std::max(limit, m_store->integerForKey(QStringLiteral("graphMaxSpeed")));
+    // The range only grows here; resetGraph and loadGraph may shrink it.
+    if (m_graph->yRangeStart() + m_graph->yRangeLength() < double(limit))
+        m_graph->setYRange(0, double(limit));
+}
+
+void TestInformationView::reloadGraphData()
+{
+    const PerfResultList *list = m_perfHelper ? &m_perfHelper->resultss : nullptr;
+    // While the shown list only grows at its front, only the new points are
+    // asked for; the older ones keep their place (oldest first).
+    if (m_plotted.newRecords(m_perfHelper.get(), list) >= 0)
+        m_graph->appendNewData();
+    else
+        m_graph->reloadData();
+    m_plotted.mark(m_perfHelper.get(), list);
+}
+
+qsizetype TestInformationView::numberOfRecordsForPlot() const
+{
+    return m_perfHelper ? m_perfHelper->resultss.size() + 1 : 0;
+}
+
+double TestInformationView::numberForPlot(int field, qsizetype index) const
+{
+    if (!m_perfHelper || index <= 0)
+        return 0;
+    const PerfResultList &list = m_perfHelper->resultss;
+    const qsizetype position = list.size() - index;
+    if (position < 0 || position >= list.size())
+        return 0;
+    const PerfResult &record = *list.at(position);
+    if (field == 0)
+        return double(SettingsStore::leadingInteger(record.endTime));
+    if (record.bandwidthformat != 1)
+        return NumberUtilites::mbpsFormat(record.sentBandwidth).toDouble();
+    return NumberUtilites::kbpsFormatWithoutString(NumberUtilites::longLongValue(record.sentBandwidth)).toDouble();
+}
+
+QString TestInformationView::getSystemIP()
+{
+    if (!m_ipAddress.isNull())
+        return m_ipAddress;
+    QStringList addresses;
+    for (const QHostAddress &address : QNetworkInterface::allAddresses())
+        addresses.append(address.toString());
+    m_ipAddress = systemIPFromAddresses(addresses);
+    return m_ipAddress;
+}
+
+QString TestInformationView::systemIPFromAddresses(const QStringList &addresses)
+{
+    if (addresses.isEmpty())
+        return QStringLiteral("");
+    for (const QString &address : addresses) {
+        if (address.startsWith(QLatin1String("127")))
+            continue;
+        if (address.split(QLatin1Char('.')).size() == 4)
+            return address;
+    }
+    return QStringLiteral("IPv4 address not available");
+}
+
+QString TestInformationView::stringForPHYMode(qint64 phyMode, float osxVersion)
+{
+    return WiFiModeText::stringForPHYMode(phyMode, osxVersion);
+}
+
+QString TestInformationView::stringForSecurityMode(qint64 securityMode, float osxVersion)
+{
+    return WiFiModeText::stringForSecurityMode(securityMode, osxVersion);
+}
+
+QString TestInformationView::stringForOpMode(qint64 opMode, float osxVersion)
+{
+    return WiFiModeText::stringForOpMode(opMode, osxVersion);
+}

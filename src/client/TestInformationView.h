@@ -1,0 +1,97 @@
+#pragma once
+
+#include "PerfHelper/PerfHelper.h"
+#include "client/ResultListWatermark.h"
+#include "records/PerfResult.h"
+
+#include <QString>
+#include <QStringList>
+#include <QWidget>
+
+#include <memory>
+
+class PerfResultTableModel;
+class QAction;
+class QMenu;
+class QTableView;
+class SettingsStore;
+class SpeedGraph;
+
+namespace Ui {
+class TestInformationView;
+}
+
+// The detail view of the client workspace: the settings of the shown test,
+// its interval table and its speed graph. It owns no test data: it keeps a
+// reference to one test and reads that test's result list whenever it draws.
+class TestInformationView : public QWidget
+{
+    Q_OBJECT
+
+public:
+    explicit TestInformationView(QWidget *parent = nullptr, SettingsStore *store = nullptr);
+    ~TestInformationView() override;
+
+    // The shown test (null: none). Follow with updateView().
+    void setPerfHelper(PerfHelperPtr perfHelper);
+    const PerfHelperPtr &perfHelper() const { return m_perfHelper; }
+
+    // Labels from the shown test, then graph axes, table and graph.
+    void updateView();
+    // Empties the labels (all but the graph maximum), forgets the test and
+    // redraws the table and graph empty.
+    void clearView();
+
+    // Speed graph.
+    void loadGraph();
+    void resetGraph();
+    void updateGraphAxis();
+    // Points of the plot: 0 without a test, else one per record plus the origin.
+    qsizetype numberOfRecordsForPlot() const;
+    // Field 0 x, field 1 y, of the point at the index (oldest interval first).
+    double numberForPlot(int field, qsizetype index) const;
+    SpeedGraph *graph() const { return m_graph; }
+
+    // Interval table and its column chooser.
+    QTableView *perfResultView() const;
+    PerfResultTableModel *resultModel() const { return m_model; }
+    QMenu *columnMenu() const { return m_columnMenu; }
+    // Flips the hidden flag of the menu item's column.
+    void toggleColumn(QAction *item);
+    // Sets each item's check mark to whether its column is visible.
+    void menuWillOpen();
+
+    // This computer's IPv4 address, asked once and then kept.
+    QString getSystemIP();
+    // The rule behind getSystemIP over a host's address texts, in order.
+    static QString systemIPFromAddresses(const QStringList &addresses);
+
+    // Wi-Fi code-to-text mappings; a code without text gives a null QString.
+    static QString stringForPHYMode(qint64 phyMode, float osxVersion);
+    static QString stringForSecurityMode(qint64 securityMode, float osxVersion);
+    static QString stringForOpMode(qint64 opMode, float osxVersion);
+
+    // The columns hidden whenever the view is set up.
+    static const QStringList &initiallyHiddenColumns();
+
+private:
+    void awakeFromNib();
+    void setLabel(const char *name, const QString &text);
+    void reloadGraphData();
+    // Largest sentBandwidth of the shown test's records; kept up to date
+    // incrementally while the list only grows at its front.
+    float maximumSentBandwidth();
+
+    std::unique_ptr<Ui::TestInformationView> m_ui;
+    SettingsStore *m_store;
+    PerfHelperPtr m_perfHelper;
+    PerfResultTableModel *m_model;
+    SpeedGraph *m_graph;
+    QMenu *m_columnMenu;
+    QString m_ipAddress;
+
+    // What the plot and the maximum were last computed from.
+    ResultListWatermark m_plotted;
+    ResultListWatermark m_maxScanned;
+    float m_maxBandwidth = 0;
+};
