@@ -16,7 +16,9 @@
 // The server holds its delegate without owning it. When the delegate object
 // is destroyed first, the server notices (see perfServerDelegateLifetime) and
 // sends nothing more, so a late tool event after the owner is gone is harmless.
-// A callback may call stop() on the server; nothing is reported after that.
+// A callback may call stop() on the server (or even delete it); nothing is
+// reported after that. Output that comes before the first incoming connection
+// has no test to go to: neither test callback is sent for it.
 class PerfServerDelegate
 {
 public:

@@ -7,49 +7,37 @@
 #include <functional>
 
 // Writes down every callback in order: "reportIntervalNew", "testDidFinished",
-// "serverError:<text>", "reportInterval:<count>", "testDidFinishedWithServerLog:<count>".
+// "serverError:<text>", "reportInterval:<n>", "testDidFinishedWithServerLog:<n>".
 class RecordingDelegate : public PerfServerDelegate
 {
 public:
-    void reportIntervalNew(const iPerfServerResultsPtr &test) override
-    {
-        events << QStringLiteral("reportIntervalNew");
-        tests << test;
-        if (onEvent)
-            onEvent();
-    }
+    void reportIntervalNew(const iPerfServerResultsPtr &) override { note(QStringLiteral("reportIntervalNew")); }
     void testDidFinished(const iPerfServerResultsPtr &test) override
     {
-        events << QStringLiteral("testDidFinished");
         finished << test;
-        if (onEvent)
-            onEvent();
+        note(QStringLiteral("testDidFinished"));
     }
-    void serverError(const QString &message) override
+    void serverError(const QString &message) override { note(QStringLiteral("serverError:") + message); }
+    void reportInterval(const PerfResultList &r) override { note(QStringLiteral("reportInterval:%1").arg(r.size())); }
+    void testDidFinishedWithServerLog(const PerfResultList &r) override
     {
-        events << QStringLiteral("serverError:") + message;
-        if (onEvent)
-            onEvent();
-    }
-    void reportInterval(const PerfResultList &results) override
-    {
-        events << QStringLiteral("reportInterval:%1").arg(results.size());
-    }
-    void testDidFinishedWithServerLog(const PerfResultList &results) override
-    {
-        events << QStringLiteral("testDidFinishedWithServerLog:%1").arg(results.size());
+        note(QStringLiteral("testDidFinishedWithServerLog:%1").arg(r.size()));
     }
 
-    int count(const QString &prefix) const
+    qsizetype count(const QString &prefix) const
     {
-        int n = 0;
-        for (const QString &event : events)
-            n += event.startsWith(prefix) ? 1 : 0;
-        return n;
+        return std::count_if(events.cbegin(), events.cend(), [&](const QString &e) { return e.startsWith(prefix); });
     }
 
     QStringList events;
-    QList<iPerfServerResultsPtr> tests;    // argument of every reportIntervalNew
     QList<iPerfServerResultsPtr> finished; // argument of every testDidFinished
-    std::function<void()> onEvent;         // runs after each test or error callback
+    std::function<void()> onEvent;         // runs after every callback
+
+private:
+    void note(const QString &event)
+    {
+        events << event;
+        if (onEvent)
+            onEvent();
+    }
 };

@@ -10,19 +10,14 @@ namespace ToolProcesses {
 
 // Live (non-zombie) processes whose process group is pgid.
 QList<qint64> groupMembers(qint64 pgid);
-
-// Process groups of the live processes whose command line mentions the
-// placed tool path (shells and launchers of this test process's servers).
+// Groups of the live processes whose command line mentions this test
+// process's placed tool path (the shells and launchers of its servers).
 QSet<qint64> toolGroups();
-
-// The argument vector of a live process; empty when it is gone.
+// The argument vector of a process; empty when it is gone.
 QStringList commandLine(qint64 pid);
-
-// Whether some socket listens on this TCP port (IPv4 or IPv6).
+// Whether a socket listens on this TCP port (IPv4 or IPv6).
 bool tcpPortListening(quint16 port);
-
-// Copies the built launcher to the placed tool path, as start-up does.
-// Answers an error message, empty on success.
+// Copies the built launcher to the tool path, as start-up does; an error text.
 QString placeLauncher();
 
 } // namespace ToolProcesses
