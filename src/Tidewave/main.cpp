@@ -1,25 +1,30 @@
+#include "Tidewave/TidewaveAppDelegate.h"
+#include "Tidewave/UnixSignalWatcher.h"
+
 #include <QApplication>
-#include <QLabel>
-#include <QMainWindow>
 
 #include <csignal>
 
 int main(int argc, char **argv)
 {
-    // Writes to a vanished peer must not end the application.
+    // A write to a vanished peer must not end the application; SIGSEGV is
+    // ignored as well, as the application always has.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGSEGV, SIG_IGN);
 
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Tidewave"));
     QApplication::setApplicationVersion(QStringLiteral(TIDEWAVE_VERSION));
+    QApplication::setDesktopFileName(QStringLiteral("com.norvale.Tidewave"));
+    QApplication::setQuitOnLastWindowClosed(true);
 
-    QMainWindow window;
-    window.setWindowTitle(QStringLiteral("Tidewave"));
-    auto *label = new QLabel(QStringLiteral("Tidewave %1").arg(QStringLiteral(TIDEWAVE_VERSION)), &window);
-    label->setAlignment(Qt::AlignCenter);
-    window.setCentralWidget(label);
-    window.resize(640, 420);
-    window.show();
+    // Ctrl-C, kill and a session logout quit through the event loop, so the
+    // orderly shutdown (server stopped, stray tools killed) still runs.
+    UnixSignalWatcher signalWatcher;
+    QObject::connect(&signalWatcher, &UnixSignalWatcher::signalReceived, &app, [] { QCoreApplication::quit(); });
+    signalWatcher.watch({SIGTERM, SIGINT, SIGHUP});
+
+    TidewaveAppDelegate delegate;
+    delegate.launch();
     return QApplication::exec();
 }

@@ -110,6 +110,15 @@ void ServerTabVIew::awakeFromNib()
         [this](const QVariantMap &) { internetDidBecomeAvailableOnSystemNotification(); });
 }
 
+void ServerTabVIew::showEvent(QShowEvent *event)
+{
+    // The field follows the stored port (registered defaults arrive after
+    // loading) until the user types into it.
+    if (!serverPort->isModified())
+        serverPort->setText(defaults->stringForKey(kServerPortKey));
+    QWidget::showEvent(event);
+}
+
 void ServerTabVIew::internetDidBecomeAvailableOnSystemNotification()
 {
     QMetaObject::invokeMethod(this, &ServerTabVIew::processInternetRechabilityEvent, Qt::QueuedConnection);

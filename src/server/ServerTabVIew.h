@@ -92,6 +92,9 @@ signals:
     // The table was reloaded (after every change to the list or a test).
     void resultsReloaded();
 
+protected:
+    void showEvent(QShowEvent *event) override;
+
 private:
     void makeServer();
     void insertTestIfNew(const iPerfServerResultsPtr &test);
