@@ -53,6 +53,8 @@ TestFinishedResultCellView::TestFinishedResultCellView(QWidget *parent)
     intervalResultsTable->horizontalHeader()->setSectionResizeMode(QHeaderView::Stretch);
     intervalResultsTable->horizontalHeader()->setHighlightSections(false);
     intervalResultsTable->horizontalHeader()->setFixedHeight(14);
+    // The row's own background (plain, alternate or selected) shows through.
+    intervalResultsTable->viewport()->setAutoFillBackground(false);
     QFont small = intervalResultsTable->font();
     small.setPixelSize(9);
     intervalResultsTable->setFont(small);

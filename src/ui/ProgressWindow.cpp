@@ -27,8 +27,10 @@ ProgressWindow::ProgressWindow(QWidget *parent)
     iconToShow = m_ui->iconToShow;
     messageToShow = m_ui->messageToShow;
     closeButton = m_ui->closeButton;
-    closeButton->setIcon(style()->standardIcon(QStyle::SP_TitleBarCloseButton));
-    closeButton->setStyleSheet(QStringLiteral("QToolButton { color: white; border: none; }"));
+    // Drawn in white on the dark panel whatever the desktop theme.
+    closeButton->setText(QStringLiteral("\u2715"));
+    closeButton->setToolButtonStyle(Qt::ToolButtonTextOnly);
+    closeButton->setStyleSheet(QStringLiteral("QToolButton { color: white; border: none; background: transparent; }"));
     // The icon stays centred whether or not the close button shows.
     QSizePolicy keepSpace = closeButton->sizePolicy();
     keepSpace.setRetainSizeWhenHidden(true);
