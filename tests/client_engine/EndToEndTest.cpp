@@ -213,7 +213,7 @@ TEST_F(EndToEnd, TcpThreeSeconds)
     startServer();
     PerfHelperPtr helper = makeHelper(0, 0, 3);
     helper->runTest();
-    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return decided(); }, 15s));
+    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return decided(); }, 15s)) << m_recorder.calls.join('\n').toStdString();
     EXPECT_EQ(helper->localIP, kLoopback);
     EXPECT_EQ(helper->usedInterfaceName(), QStringLiteral(" Loopback"));
     expectCompleteRun(3, false);
@@ -225,7 +225,7 @@ TEST_F(EndToEnd, UdpReverseThreeSeconds)
     startServer();
     PerfHelperPtr helper = makeHelper(1, 1, 3);
     helper->runTest();
-    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return decided(); }, 15s));
+    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return decided(); }, 15s)) << m_recorder.calls.join('\n').toStdString();
     EXPECT_EQ(helper->localIP, kLoopback);
     expectCompleteRun(3, true);
     ASSERT_TRUE(TestEnvironment::waitUntil([&] { return !helper->test().isRunning(); }, 5s));
@@ -258,7 +258,7 @@ TEST_F(EndToEnd, SilentListenerEndsInTheTimeout)
     helper->runTest();
     const QHash<qint64, QString> tree = runningTree(*helper);
     ASSERT_FALSE(tree.isEmpty());
-    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return decided(); }, 8s));
+    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return decided(); }, 8s)) << m_recorder.calls.join('\n').toStdString();
     EXPECT_EQ(m_recorder.calls, QStringList{fail(QStringLiteral("Connection timedout, no Response received from server."))});
     ASSERT_TRUE(TestEnvironment::waitUntil([&] { return allGone(tree); }, 5s));
     EXPECT_FALSE(accepted.isEmpty());
