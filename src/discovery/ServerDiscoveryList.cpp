@@ -125,9 +125,10 @@ void ServerDiscoveryList::serviceAdded(const NetServicePtr &service, bool moreCo
         addresses.append(address.toString());
     TW_LOG(QStringLiteral("TidewaveAppDelegate: got a bonjour service with name: %1,(%2)")
                .arg(service->name, addresses.join(QStringLiteral(", "))));
-    if (m_servicesName.contains(service->name))
-        return;
-    m_services.append(service);
+    if (!m_servicesName.contains(service->name))
+        m_services.append(service);
+    // Even when this last event of a batch is one of our own names, the
+    // peers added before it must be shown.
     if (!moreComing)
         refreshData();
 }

@@ -360,3 +360,4 @@ TEST_F(ServerTest, ALostSystemBusIsWaitedForToo)
 }
 
 } // namespace
+
