@@ -17,6 +17,7 @@
 #include <sys/prctl.h>
 #include <sys/signalfd.h>
 #include <sys/wait.h>
+#include <termios.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -91,6 +92,41 @@ struct Pipe
     int fd = -1;
     LineReader reader;
 };
+
+// iperf3 writes its standard output through stdio, which holds everything
+// but the interval reports (--forceflush) until the buffer fills or iperf3
+// ends: the connection line would come a whole report interval late, in the
+// same read as the first report. A terminal makes stdio flush every line, so
+// iperf3's standard output is the slave side of a raw pseudo-terminal (no
+// line-end translation). Where none can be had, a pipe does.
+bool openOutput(int &readSide, int &writeSide)
+{
+    const int master = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (master >= 0) {
+        char name[128];
+        int slave = -1;
+        if (grantpt(master) == 0 && unlockpt(master) == 0 && ptsname_r(master, name, sizeof name) == 0)
+            slave = open(name, O_RDWR | O_NOCTTY | O_CLOEXEC);
+        termios mode{};
+        if (slave >= 0 && tcgetattr(slave, &mode) == 0) {
+            cfmakeraw(&mode);
+            if (tcsetattr(slave, TCSANOW, &mode) == 0) {
+                readSide = master;
+                writeSide = slave;
+                return true;
+            }
+        }
+        if (slave >= 0)
+            close(slave);
+        close(master);
+    }
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return false;
+    readSide = ends[0];
+    writeSide = ends[1];
+    return true;
+}
 
 std::vector<char *> iperfArguments(int argc, char **argv)
 {
@@ -167,7 +203,7 @@ int main(int argc, char **argv)
 
     int outPipe[2];
     int errPipe[2];
-    if (signals < 0 || pipe2(outPipe, O_CLOEXEC) != 0 || pipe2(errPipe, O_CLOEXEC) != 0) {
+    if (signals < 0 || !openOutput(outPipe[0], outPipe[1]) || pipe2(errPipe, O_CLOEXEC) != 0) {
         writeAll(STDERR_FILENO, std::string("mac-native-iperf: cannot set up pipes: ") + std::strerror(errno) + "\n");
         return 127;
     }
@@ -219,7 +255,8 @@ int main(int argc, char **argv)
                     return;
                 continue;
             }
-            // End of file, or nothing left once iperf3 is gone.
+            // End of file (EIO on a terminal whose slave side is closed), or
+            // nothing left once iperf3 is gone.
             pipe.reader.finish(emit);
             close(pipe.fd);
             pipe.fd = -1;

@@ -200,7 +200,7 @@ TEST_P(LauncherDirections, AsServerForStockClient)
 
     ToolProcess client(QStringLiteral("%1 -c 127.0.0.1 -p %2 -t %3 -i 1 %4").arg(kIperf).arg(port).arg(kDuration).arg(d.options));
     ASSERT_TRUE(client.waitForFinished(15s));
-    EXPECT_EQ(client.exitCode(), 0);
+    EXPECT_EQ(client.exitCode(), 0) << client.output().constData() << server.output().constData();
     ASSERT_TRUE(server.waitForOutput("\nFinished_", 5s)) << server.output().constData();
     // The summary block ends with the next listening banner; wait for it so
     // the whole test is in.
@@ -284,6 +284,23 @@ TEST(LauncherWrites, ReportLineAndItsTagShareOneWrite)
         }
     }
     EXPECT_EQ(tags, 4);
+}
+
+// The engine takes the connection line for the local address, gives up on a
+// tool that wrote nothing for 5 s, and drops result lines that share a read
+// with the connection line: so that line must come when iperf3 connects, not
+// with the first report.
+TEST(LauncherWrites, ConnectionLineComesBeforeTheFirstReport)
+{
+    const quint16 port = TestEnvironment::freeTcpPort();
+    ToolProcess server(QStringLiteral("%1 -s -1 -p %2 --forceflush").arg(kIperf).arg(port));
+    ASSERT_TRUE(server.waitForOutput("Server listening", 5s));
+
+    ToolProcess client(launcherCommand(QStringLiteral("-c 127.0.0.1 -p%1 -t4 -i4 -b10M").arg(port)));
+    ASSERT_TRUE(client.waitForOutput("connected to", 3s)) << client.output().constData();
+    EXPECT_FALSE(client.output().contains("RESULT_"));
+    ASSERT_TRUE(client.waitForFinished(10s));
+    EXPECT_EQ(client.output().count("\nRESULT_"), 1);
 }
 
 struct Failure
