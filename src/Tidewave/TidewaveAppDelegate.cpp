@@ -59,11 +59,11 @@ TidewaveAppDelegate::~TidewaveAppDelegate()
 
 void TidewaveAppDelegate::launch()
 {
-    if (QCoreApplication *app = QCoreApplication::instance()) {
-        connect(app, &QCoreApplication::aboutToQuit, this,
-                &TidewaveAppDelegate::applicationWillTerminateNotification);
-    }
     loadInterface();
+    // After the server tab's own subscription: its server stops first, then
+    // killall sweeps up whatever is left.
+    if (QCoreApplication *app = QCoreApplication::instance())
+        connect(app, &QCoreApplication::aboutToQuit, this, &TidewaveAppDelegate::applicationWillTerminate);
     m_window->show();
     applicationDidFinishLaunching();
 }

@@ -50,7 +50,8 @@ public:
 
     // What the application does from start to its event loop: the main
     // window loaded and shown, then applicationDidFinishLaunching().
-    // The quit path is wired to the application's aboutToQuit.
+    // applicationWillTerminate() is wired to the application's aboutToQuit,
+    // after the server tab's own subscription.
     void launch();
 
     // The main window with its tabs (the server tab's one-time set-up runs here).
@@ -58,8 +59,9 @@ public:
     // The start-up sequence: defaults, logging and banner, observers, lists,
     // tool placement, reachability.
     void applicationDidFinishLaunching();
-    // The application is quitting: the server tab stops its server, then
-    // applicationWillTerminate().
+    // What the application's will-terminate moment does to every observer:
+    // the server tab stops its server, then applicationWillTerminate().
+    // Runs once.
     void applicationWillTerminateNotification();
     // Kills every running measurement tool, waiting for killall.
     void applicationWillTerminate();

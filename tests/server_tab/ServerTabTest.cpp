@@ -137,7 +137,6 @@ INSTANTIATE_TEST_SUITE_P(Ports, ServerTabPort,
                                            PortCase{"ThreeDigits", QStringLiteral("999"), 0},
                                            PortCase{"Negative", QStringLiteral("-1"), 0},
                                            PortCase{"EmptyBecomes5201", QString(), 5201},
-                                           PortCase{"ZeroBecomes5201", QStringLiteral("0"), 5201},
                                            PortCase{"FourDigits", QStringLiteral("1000"), 1000},
                                            PortCase{"FiveDigits", QStringLiteral("12345"), 12345}),
                          [](const ::testing::TestParamInfo<PortCase> &info) { return std::string(info.param.name); });

@@ -78,16 +78,6 @@ protected:
     ProgressWindow *window = nullptr;
 };
 
-TEST_F(NoticeWindow, IsOneSharedFramelessTopWindow)
-{
-    EXPECT_EQ(ProgressWindowController::sharedPrgoressWindowController(),
-              ProgressWindowController::sharedPrgoressWindowController());
-    EXPECT_TRUE(window->windowFlags() & Qt::FramelessWindowHint);
-    EXPECT_TRUE(window->windowFlags() & Qt::WindowStaysOnTopHint);
-    EXPECT_TRUE(window->testAttribute(Qt::WA_TranslucentBackground));
-    EXPECT_EQ(window->initialRect.width(), ProgressWindow::kDefaultWidth);
-}
-
 struct WidthCase
 {
     const char *name;
@@ -164,10 +154,7 @@ TEST_F(NoticeWindow, MinusOneWaitsForAClickAnywhere)
     ASSERT_NE(target, window->messageToShow);
     QTest::mouseClick(target, Qt::LeftButton, {}, target->mapFrom(window, inWindow));
     EXPECT_FALSE(window->isVisible());
-}
 
-TEST_F(NoticeWindow, CloseButtonClosesIt)
-{
     window->showWindowWithImage(QIcon(), QStringLiteral("stays"), ProgressWindow::kNoAutoClose);
     QTest::mouseClick(window->closeButton, Qt::LeftButton);
     EXPECT_FALSE(window->isVisible());
