@@ -43,6 +43,9 @@ TestFinishedResultCellView::TestFinishedResultCellView(QWidget *parent)
     createdDateTextField = m_ui->createdDateTextField;
     typeName = m_ui->typeName;
     intervalResultsTable = m_ui->intervalResultsTable;
+    // Addresses and type words come from the tool's output: text, never markup.
+    for (QLabel *label : findChildren<QLabel *>())
+        label->setTextFormat(Qt::PlainText);
 
     intervalResultsTable->setModel(m_intervals);
     QHeaderView *rows = intervalResultsTable->verticalHeader();

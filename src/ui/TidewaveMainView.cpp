@@ -12,6 +12,8 @@ TidewaveMainView::TidewaveMainView(QWidget *parent)
 {
     m_ui->setupUi(this);
     messageLabel = m_ui->messageLabel;
+    // Messages carry the tool's own output: shown as text, never as markup.
+    messageLabel->setTextFormat(Qt::PlainText);
     messageLabel->clear();
     NotificationCenter::defaultCenter().addObserver(this, QStringLiteral("showInfoMessage"),
                                                     [this](const QVariantMap &userInfo) { showInfoMessage(userInfo); });

@@ -30,6 +30,9 @@ TEST(MainView, ShowInfoMessageSetsAndClearsTheLabel)
     postInfo({{QStringLiteral("message"), QString()}});
     EXPECT_TRUE(view.messageLabel->text().isEmpty());
 
+    // The tool's words are shown as they are, never read as markup.
+    view.sohwMessage(QStringLiteral("<b>direct</b>"));
+    EXPECT_EQ(view.messageLabel->textFormat(), Qt::PlainText);
     view.sohwMessage(QStringLiteral("direct"));
     EXPECT_EQ(view.messageLabel->text(), QStringLiteral("direct"));
     postInfo({});
