@@ -17,6 +17,10 @@ int main(int argc, char **argv)
     // A test that writes to a closed pipe must fail, not kill the runner.
     std::signal(SIGPIPE, SIG_IGN);
     TestEnvironment::isolateUserFolders();
+    // No test may reach the machine's real system bus: publishing there would
+    // advertise test services on the real network. The discovery tests bring
+    // a confined bus of their own and point this variable at it.
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/tidewave-test-bus");
 #ifdef TIDEWAVE_TEST_GUI
     qputenv("QT_QPA_PLATFORM", qgetenv("QT_QPA_PLATFORM").isEmpty() ? "offscreen" : qgetenv("QT_QPA_PLATFORM"));
 #endif
