@@ -30,14 +30,26 @@ std::vector<std::string_view> words(std::string_view text)
     return out;
 }
 
-// The whole word as a number, or nothing.
+// The whole word as a number, or nothing. iperf3 prints no negative times,
+// volumes, rates or jitter, so a line with one is not a report line.
 std::optional<double> number(std::string_view word)
 {
     double value = 0;
     const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
-    if (error != std::errc() || end != word.data() + word.size() || !std::isfinite(value))
+    if (error != std::errc() || end != word.data() + word.size() || !std::isfinite(value) || value < 0)
         return std::nullopt;
     return value;
+}
+
+// Byte and bit counts are written as whole numbers of a 64-bit integer.
+constexpr double kLargestCount = 9.0e18;
+
+// Whether the word holds only these characters. The jitter columns are
+// copied into the tagged line, so nothing the parsers react to ("error",
+// "Finished", the "$#" separator) may come through them.
+bool onlyOf(std::string_view word, std::string_view allowed)
+{
+    return !word.empty() && word.find_first_not_of(allowed) == std::string_view::npos;
 }
 
 std::size_t decimals(std::string_view word)
@@ -149,11 +161,15 @@ std::optional<std::string> LineTagger::tag(std::string_view line)
     const bool summary = !rest.empty() && (rest.back() == "sender" || rest.back() == "receiver");
     const std::string_view role = summary ? rest.back() : (m_intervalsFromSender ? "sender" : "receiver");
     // UDP receiver intervals and every UDP summary: "0.012 ms  0/8 (0%)".
+    // Lost/total is "%d/%d", the loss "(%.2g%%)": "(0%)", "(1e+02%)", "(-nan%)".
     const bool hasJitter = rest.size() >= 4 && rest[1] == "ms" && number(rest[0])
-        && rest[2].find('/') != std::string_view::npos && rest[3].starts_with('(');
+        && rest[2].find('/') != std::string_view::npos && onlyOf(rest[2], "-0123456789/")
+        && rest[3].starts_with('(') && rest[3].ends_with("%)") && onlyOf(rest[3], "()%0123456789.e+-naif");
 
     const double bitsPerSecond = *rate * *rateScale;
     const double halfDigit = 0.5 * std::pow(10.0, -static_cast<double>(decimals(w[2]))) * *transferUnit;
+    if (!(bitsPerSecond < kLargestCount) || !(*transfer * *transferUnit + halfDigit < kLargestCount))
+        return std::nullopt;
     const long long bytes = byteCount(*transfer * *transferUnit, halfDigit, bitsPerSecond, *end - *start);
 
     std::string out = summary ? "Finished_" : "RESULT_";

@@ -128,7 +128,9 @@ namespace PropertyList {
 
 std::optional<QVariant> fromXml(const QByteArray &xml)
 {
-    if (xml.isEmpty())
+    // XML forbids NUL characters. libplist still takes a raw NUL byte into a
+    // string or key, and then aborts on an assertion when the value is read.
+    if (xml.isEmpty() || xml.contains('\0'))
         return std::nullopt;
     plist_t root = nullptr;
     plist_from_xml(xml.constData(), uint32_t(xml.size()), &root);
