@@ -156,7 +156,9 @@ std::vector<char *> iperfArguments(int argc, char **argv)
 {
     // iperf3 must not outlive the launcher, even when the launcher is killed
     // outright; if that already happened before prctl took effect, stop here.
-    if (prctl(PR_SET_PDEATHSIG, SIGTERM) != 0 || getppid() != launcher)
+    // SIGKILL, because a stock iperf3 server in the middle of ending a test
+    // can sit on SIGTERM.
+    if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || getppid() != launcher)
         _exit(127);
     if (dup2(out, STDOUT_FILENO) < 0 || dup2(err, STDERR_FILENO) < 0)
         _exit(127);

@@ -371,6 +371,16 @@ void PrintTo(Stop stop, std::ostream *os)
     *os << stopName(stop);
 }
 
+struct KillOnExit
+{
+    qint64 pid;
+    ~KillOnExit()
+    {
+        if (TestEnvironment::processAlive(pid))
+            ::kill(static_cast<pid_t>(pid), SIGKILL);
+    }
+};
+
 class LauncherStops : public ::testing::TestWithParam<Stop>
 {
 };
@@ -391,6 +401,8 @@ TEST_P(LauncherStops, LeaveNoIperfBehind)
     const QList<qint64> iperfs = ToolProcess::childrenOf(launcher);
     ASSERT_EQ(iperfs.size(), 1);
     const qint64 iperf = iperfs.first();
+    // Should the launcher fail to end it, the test still does not leave it running.
+    const KillOnExit reaper{iperf};
     // "./iperf3" is dropped, the rest passed in order, then the launcher's own options.
     EXPECT_EQ(ToolProcess::commandLine(iperf),
               (QList<QByteArray>{kIperf.toUtf8(), "-s", "-p", QByteArray::number(port), "--forceflush", "--format", "k"}));
