@@ -165,7 +165,10 @@ std::vector<char *> iperfArguments(int argc, char **argv)
     sigaction(SIGPIPE, &originalPipe, nullptr);
     sigprocmask(SIG_SETMASK, &originalMask, nullptr);
     execv(args[0], args.data());
-    const std::string message = std::string("mac-native-iperf: cannot run ") + args[0] + ": " + std::strerror(errno) + "\n";
+    // In iperf3's own error form, so the engine fails the test with this text
+    // at once instead of waiting for a report that never comes.
+    const std::string message =
+        std::string("mac-native-iperf: error - cannot run ") + args[0] + ": " + std::strerror(errno) + "\n";
     writeAll(STDERR_FILENO, message);
     _exit(127);
 }
