@@ -89,7 +89,7 @@ INSTANTIATE_TEST_SUITE_P(PerfTest, NoResponse,
 
 TEST_F(FakeToolTest, OutputBeforeFiveSecondsPreventsTheTimeout)
 {
-    placeTool("#!/bin/sh\nsleep 4.5\necho 'Connecting to host 127.0.0.1, port 5201'\nsleep 1\n");
+    placeTool("#!/bin/sh\nsleep 3\necho 'Connecting to host 127.0.0.1, port 5201'\nsleep 1\n");
     PerfTestRecorder recorder;
     PerfTest test;
     test.setDelegate(&recorder);
