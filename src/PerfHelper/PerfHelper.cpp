@@ -79,14 +79,18 @@ void PerfHelper::stopTest()
 // is touched after one.
 void PerfHelper::reportInterval(const PerfResultPtr &result)
 {
-    result->interfaceName = m_usedInterfaceName;
+    if (result)
+        result->interfaceName = m_usedInterfaceName;
     if (PerfHelperDelegate *target = liveDelegate())
         target->reportIntervalResults(result);
 }
 
 void PerfHelper::testDidFinished(const PerfResultPtr &result)
 {
-    result->interfaceName = m_usedInterfaceName;
+    // A "Finished_" chunk without a whole final line finishes the test with
+    // no record; the owner is told all the same.
+    if (result)
+        result->interfaceName = m_usedInterfaceName;
     if (PerfHelperDelegate *target = liveDelegate())
         target->testFinished(result);
 }
