@@ -1,6 +1,5 @@
 #include "client/ClientTab.h"
 
-#include "PerfHelper/ShellTask.h"
 #include "PerfHelper/TidewaveUtils.h"
 #include "client/AlertPresenter.h"
 #include "client/DelayScheduler.h"
@@ -8,9 +7,7 @@
 #include "client/TestInformationView.h"
 #include "client/TestListController.h"
 #include "client/TestListModel.h"
-#include "network/GetPIFInterfaceinfo.h"
 #include "network/MacAddress.h"
-#include "network/Nl80211Interface.h"
 #include "network/WiFiLinkInformation.h"
 #include "records/NumberUtilites.h"
 #include "shell/Logger.h"
@@ -36,26 +33,8 @@ const QString kUpdateKey = QStringLiteral("update");
 ClientTab::ClientTab(QWidget *parent, ClientTabServices services)
     : QWidget(parent)
     , m_ui(std::make_unique<Ui::ClientTab>())
-    , m_services(std::move(services))
+    , m_services(completedServices(std::move(services)))
 {
-    if (!m_services.alerts) {
-        m_ownAlerts = std::make_unique<MessageBoxAlertPresenter>();
-        m_services.alerts = m_ownAlerts.get();
-    }
-    if (!m_services.scheduler) {
-        m_ownScheduler = std::make_unique<TimerDelayScheduler>();
-        m_services.scheduler = m_ownScheduler.get();
-    }
-    if (!m_services.networkDetails)
-        m_services.networkDetails = [] { return GetPIFInterfaceinfo::getAllNetworksDetails(); };
-    if (!m_services.openWiFiInterface)
-        m_services.openWiFiInterface = [](const QString &name) { return Nl80211Interface::interfaceWithName(name); };
-    if (!m_services.executeShellCommandAsynchronously)
-        m_services.executeShellCommandAsynchronously = &ShellTask::executeShellCommandAsynchronously;
-    if (!m_services.runTest)
-        m_services.runTest = [](PerfHelper &test) { test.runTest(); };
-    if (!m_services.stopTest)
-        m_services.stopTest = [](PerfHelper &test) { test.stopTest(); };
     m_store = m_services.settings ? m_services.settings : &SettingsStore::standard();
 
     m_ui->setupUi(this);
@@ -76,6 +55,9 @@ ClientTab::ClientTab(QWidget *parent, ClientTabServices services)
 
     configureControls();
     connectActions();
+    // Extra height goes to the detail view, whose graph and table can use it.
+    m_ui->clientSplitter->setStretchFactor(0, 0);
+    m_ui->clientSplitter->setStretchFactor(1, 1);
 
     // Loaded: the graph at once, the stored values a moment later.
     m_testInfoView->loadGraph();

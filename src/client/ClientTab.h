@@ -12,8 +12,6 @@
 
 #include <memory>
 
-class AlertPresenter;
-class DelayScheduler;
 class QButtonGroup;
 class TestInformationView;
 class TestListController;
@@ -125,8 +123,6 @@ private:
 
     std::unique_ptr<Ui::ClientTab> m_ui;
     ClientTabServices m_services;
-    std::unique_ptr<AlertPresenter> m_ownAlerts;
-    std::unique_ptr<DelayScheduler> m_ownScheduler;
     SettingsStore *m_store;
     SettingsStore *m_defaults = nullptr;
     QButtonGroup *m_transferDirectionRadioGroup;

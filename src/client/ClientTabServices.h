@@ -36,3 +36,6 @@ struct ClientTabServices
     // Brings the discovery list up to date before its window is shown.
     std::function<void()> refreshDiscovery;
 };
+
+// The services with every member left empty filled with the real thing.
+ClientTabServices completedServices(ClientTabServices services);

@@ -1,8 +1,8 @@
 #include "client/SpeedGraph.h"
 
-#include <QAreaSeries>
+#include "client/SpeedPlotItem.h"
+
 #include <QChart>
-#include <QLineSeries>
 #include <QLinearGradient>
 #include <QValueAxis>
 
@@ -51,25 +51,38 @@ double niceInterval(double length)
     return std::max(1.0, step * magnitude);
 }
 
+// Sets range and tick spacing in the order that never asks the axis for more
+// ticks than the old or the new setting has: an axis briefly holding a day's
+// range at a one-second spacing would build 86,400 tick items.
+void applyRange(QValueAxis *axis, double min, double max, double interval)
+{
+    if (interval >= axis->tickInterval()) {
+        axis->setTickInterval(interval);
+        axis->setRange(min, max);
+    } else {
+        axis->setRange(min, max);
+        axis->setTickInterval(interval);
+    }
+}
+
 } // namespace
 
 SpeedGraph::SpeedGraph(Look look, QWidget *parent)
     : QChartView(parent)
     , m_chart(new QChart)
-    , m_line(new QLineSeries(m_chart))
-    , m_area(new QAreaSeries(m_line))
     , m_xAxis(new QValueAxis(m_chart))
     , m_yAxis(new QValueAxis(m_chart))
+    , m_plot(nullptr)
 {
     setChart(m_chart); // the view owns the chart from here on
     setRenderHint(QPainter::Antialiasing);
-    m_area->setName(plotIdentifier());
     m_chart->legend()->hide();
-    m_chart->addSeries(m_area);
     m_chart->addAxis(m_xAxis, Qt::AlignBottom);
     m_chart->addAxis(m_yAxis, Qt::AlignLeft);
-    m_area->attachAxis(m_xAxis);
-    m_area->attachAxis(m_yAxis);
+    m_plot = new SpeedPlotItem(m_chart, m_xAxis, m_yAxis);
+    m_plot->setPoints(&m_points);
+    for (QValueAxis *axis : {m_xAxis, m_yAxis})
+        axis->setTruncateLabels(false);
     // Whole numbers, no grouping, on both axes.
     m_xAxis->setLabelFormat(QStringLiteral("%d"));
     m_yAxis->setLabelFormat(QStringLiteral("%d"));
@@ -94,14 +107,18 @@ void SpeedGraph::styleDetail()
     m_chart->setPlotAreaBackgroundVisible(true);
     m_chart->setMargins(QMargins(8, 30, 8, 15));
     m_chart->setTitleBrush(QColor(Qt::gray));
-    m_chart->setTitleFont(QFont(QStringLiteral("Helvetica"), 14));
+    // Sizes are given in the points of the original drawing system, which
+    // are logical pixels.
+    QFont titleFont(QStringLiteral("Helvetica"));
+    titleFont.setPixelSize(14);
+    m_chart->setTitleFont(titleFont);
 
     const QPen major = hairline(QColor(Qt::gray), 0.75, 0);
     const QPen minor = hairline(QColor(Qt::gray), 0.1, 0);
     QPen axisLine(QColor(Qt::darkGray));
     axisLine.setWidthF(1.4);
     QFont axisFont;
-    axisFont.setPointSize(14);
+    axisFont.setPixelSize(14);
     for (QValueAxis *axis : {m_xAxis, m_yAxis}) {
         axis->setGridLinePen(major);
         axis->setMinorGridLinePen(minor);
@@ -118,9 +135,9 @@ void SpeedGraph::styleDetail()
 
     QPen line(QColor::fromRgbF(0.3333f, 0.6157f, 0.8510f));
     line.setWidthF(2);
-    m_area->setPen(line);
+    m_plot->setLinePen(line);
     const QColor fill = saturatedColor(111.3, 4.0, 6.3, 1.0);
-    m_area->setBrush(verticalGradient(fill, fill));
+    m_plot->setFillBrush(verticalGradient(fill, fill));
 }
 
 void SpeedGraph::styleStandalone()
@@ -141,9 +158,9 @@ void SpeedGraph::styleStandalone()
 
     QPen line(QColor(Qt::green));
     line.setWidthF(2);
-    m_area->setPen(line);
+    m_plot->setLinePen(line);
     const QColor fill = saturatedColor(1.3, 4.0, 6.3, 0.5);
-    m_area->setBrush(verticalGradient(fill, fill));
+    m_plot->setFillBrush(verticalGradient(fill, fill));
 }
 
 void SpeedGraph::setDataSource(CountSource count, ValueSource value)
@@ -154,36 +171,34 @@ void SpeedGraph::setDataSource(CountSource count, ValueSource value)
 
 void SpeedGraph::reloadData()
 {
-    QList<QPointF> points;
     const qsizetype n = m_count ? m_count() : 0;
-    points.reserve(n);
+    m_points.clear();
+    m_points.reserve(n);
     for (qsizetype i = 0; i < n; ++i)
-        points.append(QPointF(m_value(0, i), m_value(1, i)));
-    m_line->replace(points);
+        m_points.append(QPointF(m_value(0, i), m_value(1, i)));
+    m_plot->pointsChanged();
 }
 
 void SpeedGraph::appendNewData()
 {
     const qsizetype n = m_count ? m_count() : 0;
-    const qsizetype shown = m_line->count();
+    const qsizetype shown = m_points.size();
     if (n < shown) {
         reloadData();
         return;
     }
     if (n == shown)
         return;
-    QList<QPointF> points;
-    points.reserve(n - shown);
     for (qsizetype i = shown; i < n; ++i)
-        points.append(QPointF(m_value(0, i), m_value(1, i)));
-    m_line->append(points);
+        m_points.append(QPointF(m_value(0, i), m_value(1, i)));
+    m_plot->pointsAppended();
 }
 
 void SpeedGraph::setXRange(double location, double length)
 {
     m_xStart = location;
     m_xLength = length;
-    m_xAxis->setRange(location, location + length);
+    applyRange(m_xAxis, location, location + length, niceInterval(length));
     applyXTicks();
 }
 
@@ -191,8 +206,7 @@ void SpeedGraph::setYRange(double location, double length)
 {
     m_yStart = location;
     m_yLength = length;
-    m_yAxis->setRange(location, location + length);
-    m_yAxis->setTickInterval(niceInterval(length));
+    applyRange(m_yAxis, location, location + length, niceInterval(length));
 }
 
 double SpeedGraph::xRangeStart() const
@@ -247,20 +261,20 @@ void SpeedGraph::setXMajorIntervalLength(qint64 length)
 
 void SpeedGraph::applyXTicks()
 {
-    // Labelling is automatic, so the major interval follows the range; more
-    // than nine minor lines per interval would only smear the plot.
-    m_xAxis->setTickInterval(niceInterval(m_xLength));
+    // Labelling is automatic, so the major interval follows the range (see
+    // setXRange); more than nine minor lines per interval would only smear
+    // the plot.
     m_xAxis->setMinorTickCount(int(std::clamp<qint64>(m_xMinorTicks, 0, 9)));
 }
 
 qsizetype SpeedGraph::pointCount() const
 {
-    return m_line->count();
+    return m_points.size();
 }
 
 QPointF SpeedGraph::pointAt(qsizetype index) const
 {
-    return m_line->at(int(index));
+    return m_points.value(index);
 }
 
 QString SpeedGraph::displayTitle(const QString &title)

@@ -39,6 +39,8 @@ TestInformationView::TestInformationView(QWidget *parent, SettingsStore *store)
     m_ui->perfResultView->horizontalHeader()->setSectionResizeMode(QHeaderView::Interactive);
     m_ui->perfResultView->horizontalHeader()->setDefaultSectionSize(110);
 
+    m_ui->detailSplitter->setStretchFactor(0, 3);
+    m_ui->detailSplitter->setStretchFactor(1, 2);
     auto *graphLayout = new QVBoxLayout(m_ui->graphHost);
     graphLayout->setContentsMargins(0, 0, 0, 0);
     m_graph = new SpeedGraph(SpeedGraph::Look::Detail, m_ui->graphHost);
@@ -106,25 +108,19 @@ void TestInformationView::setPerfHelper(PerfHelperPtr perfHelper)
     m_model->setResults(m_perfHelper ? &m_perfHelper->resultss : nullptr);
 }
 
-void TestInformationView::setLabel(const char *name, const QString &text)
-{
-    if (auto *label = findChild<QLabel *>(QLatin1String(name)))
-        label->setText(text);
-}
-
 void TestInformationView::updateView()
 {
     if (const PerfHelper *test = m_perfHelper.get()) {
-        setLabel("serverAddress", test->serverIP);
-        setLabel("serverPort", QString::number(test->serverPort));
-        setLabel("testDuration", QStringLiteral("%1 sec").arg(test->duration));
-        setLabel("statsInterval", QStringLiteral("%1 sec").arg(test->stats_interval));
-        setLabel("graphMaxSpeed", QString::number(test->graphMaxSpeed));
-        setLabel("sendBandwidth", test->sendBandwidth != 0 ? QString::number(test->sendBandwidth) : QString());
-        setLabel("datagramSize", test->bufferLength != 0 ? QString::number(test->bufferLength) : QString());
-        setLabel("testType", test->testType != 0 ? QStringLiteral("UDP") : QStringLiteral("TCP"));
-        setLabel("transferDirection",
-                 test->reverse == 1 ? QStringLiteral("Server To Client") : QStringLiteral("Client To Server"));
+        m_ui->serverAddress->setText(test->serverIP);
+        m_ui->serverPort->setText(QString::number(test->serverPort));
+        m_ui->testDuration->setText(QStringLiteral("%1 sec").arg(test->duration));
+        m_ui->statsInterval->setText(QStringLiteral("%1 sec").arg(test->stats_interval));
+        m_ui->graphMaxSpeed->setText(QString::number(test->graphMaxSpeed));
+        m_ui->sendBandwidth->setText(test->sendBandwidth != 0 ? QString::number(test->sendBandwidth) : QString());
+        m_ui->datagramSize->setText(test->bufferLength != 0 ? QString::number(test->bufferLength) : QString());
+        m_ui->testType->setText(test->testType != 0 ? QStringLiteral("UDP") : QStringLiteral("TCP"));
+        m_ui->transferDirection->setText(test->reverse == 1 ? QStringLiteral("Server To Client")
+                                                            : QStringLiteral("Client To Server"));
     }
     updateGraphAxis();
     m_model->reloadData();
@@ -133,9 +129,10 @@ void TestInformationView::updateView()
 
 void TestInformationView::clearView()
 {
-    for (const char *name : {"serverAddress", "serverPort", "testDuration", "statsInterval", "testLabel", "testType",
-                             "transferDirection", "datagramSize", "sendBandwidth"})
-        setLabel(name, QString());
+    for (QLabel *label : {m_ui->serverAddress, m_ui->serverPort, m_ui->testDuration, m_ui->statsInterval,
+                          m_ui->testLabel, m_ui->testType, m_ui->transferDirection, m_ui->datagramSize,
+                          m_ui->sendBandwidth})
+        label->clear();
     setPerfHelper(nullptr);
     m_model->reloadData();
     m_graph->setGraphTitle(QString());

@@ -76,7 +76,6 @@ public:
 
 private:
     void awakeFromNib();
-    void setLabel(const char *name, const QString &text);
     void reloadGraphData();
     // Largest sentBandwidth of the shown test's records; kept up to date
     // incrementally while the list only grows at its front.

@@ -23,30 +23,22 @@
 // inventory, the radio, speech and the tool runs.
 class ClientTabFixture : public ::testing::Test
 {
-protected:
+public:
     void SetUp() override
     {
-        // The shipped defaults.
-        settings.store.registerDefaults({{QStringLiteral("serverPort"), 5201},
-                                         {QStringLiteral("clientToServerIpAddress"), QStringLiteral("")},
-                                         {QStringLiteral("clientToServerPort"), QStringLiteral("5201")},
+        // The shipped defaults that matter here.
+        settings.store.registerDefaults({{QStringLiteral("clientToServerPort"), QStringLiteral("5201")},
                                          {QStringLiteral("testDuration"), 10},
                                          {QStringLiteral("statsInterval"), 1},
                                          {QStringLiteral("testType"), QStringLiteral("0")},
-                                         {QStringLiteral("transfer_Direction"), 0},
-                                         {QStringLiteral("bandwidthformat"), 0},
-                                         {QStringLiteral("sendBandwidth"), 0},
                                          {QStringLiteral("graphMaxSpeed"), 100},
                                          {QStringLiteral("bufferLength"), 128}});
         interfaces.append(std::make_shared<PIFCInterfaceInfo>());
         interfaces.first()->BSDName = QStringLiteral("wlp2s0");
-        wifi = std::make_shared<ClientFakeWiFiInterface>(QStringLiteral("wlp2s0"));
     }
 
-    void TearDown() override { tab.reset(); }
-
-public:
-    ClientTabServices services()
+    // Makes the tab and, unless told otherwise, runs its delayed set-up.
+    void makeTab(bool setUp = true)
     {
         ClientTabServices s;
         s.settings = &settings.store;
@@ -61,19 +53,13 @@ public:
         s.runTest = [this](PerfHelper &test) { started.push_back(&test); };
         s.stopTest = [this](PerfHelper &test) { stopped.push_back(&test); };
         s.refreshDiscovery = [this] { ++discoveryRefreshes; };
-        return s;
-    }
-
-    // Makes the tab and runs its delayed set-up.
-    void makeTab(bool setUp = true)
-    {
-        tab = std::make_unique<ClientTab>(nullptr, services());
+        tab = std::make_unique<ClientTab>(nullptr, s);
         if (setUp) {
-            ASSERT_FALSE(scheduler.entries.empty());
             ASSERT_TRUE(scheduler.fire(0));
         }
     }
 
+    // Controls by kind and name (the detail view has labels of the same names).
     template <typename T>
     T *widget(const char *name) const
     {
@@ -99,21 +85,20 @@ public:
         field("lengthOFBuffers")->setText(buffer);
     }
 
-    // The no-data time-outs scheduled so far (the set-up call is entry 0).
-    std::vector<std::size_t> timeOuts() const
+    // Starts a 10 s run with one-second reports on loopback.
+    void startRun()
     {
-        std::vector<std::size_t> positions;
-        for (std::size_t i = 1; i < scheduler.entries.size(); ++i)
-            positions.push_back(i);
-        return positions;
+        fillForm(QStringLiteral("127.0.0.1"), QStringLiteral("5201"), QStringLiteral("10"), 1);
+        tab->runClient();
+        ASSERT_EQ(runButton()->text(), QStringLiteral("Stop Test"));
     }
 
     ClientTestSupport::TempStore settings;
     ClientFakeAlerts alerts;
-    ClientManualScheduler scheduler;
+    ClientManualScheduler scheduler; // entry 0 is the set-up, the rest are time-outs
     ClientTestSupport::InfoMessages messages;
     PIFCInterfaceInfoList interfaces;
-    std::shared_ptr<ClientFakeWiFiInterface> wifi;
+    std::shared_ptr<ClientFakeWiFiInterface> wifi = std::make_shared<ClientFakeWiFiInterface>(QStringLiteral("wlp2s0"));
     QStringList opened;
     QStringList spoken;
     std::vector<PerfHelper *> started;

@@ -13,7 +13,6 @@ using namespace ClientTestSupport;
 
 namespace {
 
-// Collects log lines while it is installed.
 class LogCollector : public LogSink
 {
 public:
@@ -30,21 +29,15 @@ private:
 
 TEST_F(ClientTabFixture, StoredValuesAreLoadedHalfASecondAfterTheTabLoads)
 {
-    settings.store.setObject(QStringLiteral("192.168.7.9"), QStringLiteral("clientToServerIpAddress"));
-    settings.store.setObject(QStringLiteral("5302"), QStringLiteral("clientToServerPort"));
-    settings.store.setObject(QStringLiteral("25"), QStringLiteral("testDuration"));
-    settings.store.setObject(QStringLiteral("3"), QStringLiteral("statsInterval"));
-    settings.store.setObject(QStringLiteral("1"), QStringLiteral("transfer_Direction"));
-    settings.store.setObject(QStringLiteral("1"), QStringLiteral("bandwidthformat"));
-    settings.store.setObject(QStringLiteral("1"), QStringLiteral("testType"));
-    settings.store.setObject(QStringLiteral("20"), QStringLiteral("sendBandwidth"));
-    settings.store.setObject(QStringLiteral("300"), QStringLiteral("graphMaxSpeed"));
-    settings.store.setObject(QStringLiteral("6"), QStringLiteral("bufferLength"));
-    settings.store.setObject(QStringLiteral("1"), QStringLiteral("audioAlert"));
+    const std::pair<const char *, const char *> values[] = {
+        {"clientToServerIpAddress", "192.168.7.9"}, {"clientToServerPort", "5302"}, {"testDuration", "25"},
+        {"statsInterval", "3"}, {"transfer_Direction", "1"}, {"bandwidthformat", "1"}, {"testType", "1"},
+        {"sendBandwidth", "20"}, {"graphMaxSpeed", "300"}, {"bufferLength", "6"}, {"audioAlert", "1"}};
+    for (const auto &[key, value] : values)
+        settings.store.setObject(QString::fromLatin1(value), QString::fromLatin1(key));
     makeTab(false);
     ASSERT_EQ(scheduler.entries.size(), 1u);
     EXPECT_EQ(scheduler.entries.front().delay, std::chrono::milliseconds(500));
-    EXPECT_FALSE(tab->isSetUp());
     EXPECT_EQ(field("clientToServerIpAddress")->text(), QString());
 
     // Before set-up a change is logged and dropped.
@@ -57,7 +50,6 @@ TEST_F(ClientTabFixture, StoredValuesAreLoadedHalfASecondAfterTheTabLoads)
     EXPECT_EQ(stored("testDuration"), QStringLiteral("25"));
 
     ASSERT_TRUE(scheduler.fire(0));
-    EXPECT_TRUE(tab->isSetUp());
     EXPECT_EQ(field("clientToServerIpAddress")->text(), QStringLiteral("192.168.7.9"));
     EXPECT_EQ(field("clientToServerPort")->text(), QStringLiteral("5302"));
     EXPECT_EQ(field("testDuration")->text(), QStringLiteral("25"));
@@ -73,148 +65,59 @@ TEST_F(ClientTabFixture, StoredValuesAreLoadedHalfASecondAfterTheTabLoads)
     EXPECT_TRUE(widget<QCheckBox>("audioAlert")->isChecked());
 }
 
-TEST_F(ClientTabFixture, AbsentAudioAlertAndTestTypeFallBack)
+TEST_F(ClientTabFixture, AbsentAudioAlertIsStoredOffAndPopUpsCarryTags)
 {
     settings.store.clearRegisteredDefaults();
     makeTab();
     EXPECT_FALSE(widget<QCheckBox>("audioAlert")->isChecked());
     EXPECT_EQ(settings.store.objectForKey(QStringLiteral("audioAlert")), QVariant(QStringLiteral("0")));
     EXPECT_EQ(popUp("testType")->currentText(), QStringLiteral("TCP"));
-    EXPECT_EQ(widget<QLabel>("graphMaxSpeedLabel")->text(), QStringLiteral("Graph Max Speed (Mbps):"));
-}
-
-TEST_F(ClientTabFixture, PopUpsOfferTheirItemsWithTags)
-{
-    makeTab();
     QComboBox *stats = popUp("statsInterval");
     ASSERT_EQ(stats->count(), 60);
     for (int n = 0; n < 60; ++n)
         EXPECT_EQ(stats->itemData(n).toInt(), n + 1);
-    EXPECT_EQ(popUp("testType")->itemText(0), QStringLiteral("TCP"));
-    EXPECT_EQ(popUp("testType")->itemData(1).toInt(), 1);
 }
 
-// Each action stores its control's value in its stored form: text fields as
-// their text, pop-ups and radio groups as decimal strings.
-struct StoreCase
-{
-    const char *name;
-    std::function<void(ClientTabFixture &)> act;
-    std::vector<std::pair<const char *, QString>> expected;
-    friend void PrintTo(const StoreCase &c, std::ostream *os) { *os << c.name; }
-};
-
-class StoredForm : public ClientTabFixture, public ::testing::WithParamInterface<StoreCase>
-{
-};
-
-TEST_P(StoredForm, ActionStoresTheControlsValue)
+TEST_F(ClientTabFixture, ActionsStoreTheirControlsInTheirStoredForm)
 {
     makeTab();
-    GetParam().act(*this);
-    for (const auto &[key, value] : GetParam().expected) {
+    popUp("statsInterval")->setCurrentIndex(6);
+    emit popUp("statsInterval")->activated(6);
+    widget<QRadioButton>("serverToClientRadio")->click();
+    widget<QCheckBox>("audioAlert")->click();
+    field("lengthOFBuffers")->setText(QStringLiteral("64"));
+    popUp("testType")->setCurrentIndex(1);
+    emit popUp("testType")->activated(1);
+    field("clientToServerPort")->setText(QString());
+    emit field("clientToServerPort")->editingFinished();
+    // Pop-ups and radio groups as decimal strings, fields as their text.
+    const std::pair<const char *, const char *> expected[] = {{"statsInterval", "7"}, {"transfer_Direction", "1"},
+                                                              {"audioAlert", "1"},    {"testType", "1"},
+                                                              {"bufferLength", "8"},  {"clientToServerPort", ""}};
+    for (const auto &[key, value] : expected) {
         const QVariant got = settings.store.objectForKey(QLatin1String(key));
         EXPECT_EQ(got.typeId(), QMetaType::QString) << key;
-        EXPECT_EQ(got.toString(), value) << key;
+        EXPECT_EQ(got.toString(), QString::fromLatin1(value)) << key;
     }
+    EXPECT_EQ(field("lengthOFBuffers")->text(), QStringLiteral("64")); // the field keeps its text
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Actions, StoredForm,
-    ::testing::Values(
-        StoreCase{"duration",
-                  [](ClientTabFixture &f) {
-                      f.field("testDuration")->setText(QStringLiteral("45"));
-                      emit f.field("testDuration")->editingFinished();
-                  },
-                  {{"testDuration", "45"}}},
-        StoreCase{"statsTag",
-                  [](ClientTabFixture &f) {
-                      f.popUp("statsInterval")->setCurrentIndex(6);
-                      emit f.popUp("statsInterval")->activated(6);
-                  },
-                  {{"statsInterval", "7"}}},
-        StoreCase{"address",
-                  [](ClientTabFixture &f) {
-                      f.field("clientToServerIpAddress")->setText(QStringLiteral("10.1.2.3"));
-                      f.tab->updateClientToServerIpAddress();
-                  },
-                  {{"clientToServerIpAddress", "10.1.2.3"}}},
-        StoreCase{"port",
-                  [](ClientTabFixture &f) {
-                      f.field("clientToServerPort")->setText(QStringLiteral(""));
-                      f.tab->updateClientToServerPort();
-                  },
-                  {{"clientToServerPort", ""}}},
-        StoreCase{"serverToClient",
-                  [](ClientTabFixture &f) { f.widget<QRadioButton>("serverToClientRadio")->click(); },
-                  {{"transfer_Direction", "1"}}},
-        StoreCase{"clientToServer",
-                  [](ClientTabFixture &f) { f.widget<QRadioButton>("clientToServerRadio")->click(); },
-                  {{"transfer_Direction", "0"}}},
-        StoreCase{"udpSetsBuffer8",
-                  [](ClientTabFixture &f) {
-                      f.field("lengthOFBuffers")->setText(QStringLiteral("64"));
-                      f.popUp("testType")->setCurrentIndex(1);
-                      emit f.popUp("testType")->activated(1);
-                      // The field itself keeps its text.
-                      EXPECT_EQ(f.field("lengthOFBuffers")->text(), QStringLiteral("64"));
-                  },
-                  {{"testType", "1"}, {"bufferLength", "8"}}},
-        StoreCase{"tcpSetsBuffer128",
-                  [](ClientTabFixture &f) {
-                      f.popUp("testType")->setCurrentIndex(0);
-                      emit f.popUp("testType")->activated(0);
-                  },
-                  {{"testType", "0"}, {"bufferLength", "128"}}},
-        StoreCase{"sendBandwidth",
-                  [](ClientTabFixture &f) {
-                      f.field("sendBandwidth")->setText(QStringLiteral("250"));
-                      f.tab->updateSendBandwidth();
-                  },
-                  {{"sendBandwidth", "250"}}},
-        StoreCase{"graphMax",
-                  [](ClientTabFixture &f) {
-                      f.field("graphMaxSpeed")->setText(QStringLiteral("400"));
-                      f.tab->updateGraphMaxSpeed();
-                  },
-                  {{"graphMaxSpeed", "400"}}},
-        StoreCase{"audioOn",
-                  [](ClientTabFixture &f) { f.widget<QCheckBox>("audioAlert")->click(); },
-                  {{"audioAlert", "1"}}},
-        StoreCase{"kbpsClearsSendBandwidth",
-                  [](ClientTabFixture &f) {
-                      f.field("sendBandwidth")->setText(QStringLiteral("250"));
-                      f.tab->updateSendBandwidth();
-                      f.widget<QRadioButton>("kbpsRadio")->click();
-                  },
-                  {{"bandwidthformat", "1"}, {"sendBandwidth", ""}}},
-        StoreCase{"mbpsClearsSendBandwidth",
-                  [](ClientTabFixture &f) {
-                      f.field("sendBandwidth")->setText(QStringLiteral("250"));
-                      f.tab->updateSendBandwidth();
-                      f.widget<QRadioButton>("mbpsRadio")->click();
-                  },
-                  {{"bandwidthformat", "0"}, {"sendBandwidth", ""}}}),
-    [](const auto &info) { return std::string(info.param.name); });
-
-TEST_F(ClientTabFixture, FormatSwitchRedrawsOnlyWhenThereAreTests)
+TEST_F(ClientTabFixture, FormatSwitchClearsSendBandwidthAndRedrawsOnlyWithTests)
 {
     makeTab();
     QSignalSpy listChanges(tab->listModel(), &QAbstractItemModel::dataChanged);
-    tab->dataBandwidthFormatKbps();
+    field("sendBandwidth")->setText(QStringLiteral("20"));
+    tab->updateSendBandwidth();
+    widget<QRadioButton>("kbpsRadio")->click();
+    EXPECT_EQ(stored("bandwidthformat"), QStringLiteral("1"));
+    EXPECT_EQ(stored("sendBandwidth"), QStringLiteral(""));
     EXPECT_EQ(widget<QLabel>("sendBandwidthLabel")->text(), QStringLiteral("Send Bandwidth (Kbps):"));
     EXPECT_EQ(listChanges.count(), 0);
 
-    field("sendBandwidth")->setText(QStringLiteral("20"));
-    fillForm(QStringLiteral("127.0.0.1"), QStringLiteral("5201"), QStringLiteral("10"), 1);
-    tab->runClient();
-    ASSERT_EQ(tab->testResultsArray().size(), 1);
-    // The run stored the field's text again.
+    startRun();
+    // The run stores the field's text again.
     EXPECT_EQ(stored("sendBandwidth"), QStringLiteral("20"));
     EXPECT_EQ(tab->perfHelper()->bandwidthformat, 1);
-    EXPECT_EQ(tab->perfHelper()->sendBandwidth, 20);
-
     listChanges.clear();
     tab->dataBandwidthFormatMbps();
     EXPECT_EQ(widget<QLabel>("graphMaxSpeedLabel")->text(), QStringLiteral("Graph Max Speed (Mbps):"));
@@ -252,24 +155,20 @@ TEST_F(ClientTabFixture, ChosenServerFillsTheFieldsAndClosesTheWindow)
 TEST_F(ClientTabFixture, SpinnerLocksEveryControlButTheRunButton)
 {
     makeTab();
-    tab->ShowSpinner();
-    // The detail view has labels of the same names; look the controls up by kind.
     const std::vector<QWidget *> controls{
-        field("clientToServerIpAddress"), field("clientToServerPort"), field("testDuration"),
-        popUp("statsInterval"), field("lengthOFBuffers"), field("sendBandwidth"), field("graphMaxSpeed"),
-        widget<QCheckBox>("audioAlert"), widget<QRadioButton>("clientToServerRadio"),
-        widget<QRadioButton>("serverToClientRadio"), widget<QRadioButton>("mbpsRadio"),
-        widget<QRadioButton>("kbpsRadio"), widget<QPushButton>("searchTargetServer"), popUp("testType")};
-    for (QWidget *control : controls)
-        EXPECT_FALSE(control->isEnabled()) << control->objectName().toStdString();
-    EXPECT_TRUE(runButton()->isEnabled());
-    EXPECT_EQ(runButton()->text(), QStringLiteral("Stop Test"));
-    EXPECT_FALSE(widget<QProgressBar>("progressIndicator")->isHidden());
-    tab->HideSpinner();
-    for (QWidget *control : controls)
-        EXPECT_TRUE(control->isEnabled()) << control->objectName().toStdString();
-    EXPECT_TRUE(widget<QProgressBar>("progressIndicator")->isHidden());
-    EXPECT_EQ(runButton()->text(), QStringLiteral("Run Test"));
+        field("clientToServerIpAddress"), field("clientToServerPort"), field("testDuration"), popUp("statsInterval"),
+        field("lengthOFBuffers"), field("sendBandwidth"), field("graphMaxSpeed"), widget<QCheckBox>("audioAlert"),
+        widget<QRadioButton>("clientToServerRadio"), widget<QRadioButton>("serverToClientRadio"),
+        widget<QRadioButton>("mbpsRadio"), widget<QRadioButton>("kbpsRadio"),
+        widget<QPushButton>("searchTargetServer"), popUp("testType")};
+    for (const bool running : {true, false}) {
+        running ? tab->ShowSpinner() : tab->HideSpinner();
+        for (QWidget *control : controls)
+            EXPECT_EQ(control->isEnabled(), !running) << control->objectName().toStdString();
+        EXPECT_EQ(widget<QProgressBar>("progressIndicator")->isHidden(), !running);
+        EXPECT_EQ(runButton()->text(), running ? QStringLiteral("Stop Test") : QStringLiteral("Run Test"));
+        EXPECT_TRUE(runButton()->isEnabled());
+    }
 }
 
 } // namespace

@@ -12,7 +12,7 @@
 
 namespace ClientTestSupport {
 
-// An interval record as the parser and coordinator would hand it over.
+// An interval record as the coordinator hands it over.
 inline PerfResultPtr record(const QString &start, const QString &end, float bytes, float bitsPerSecond,
                             qint64 bandwidthformat = 0)
 {
@@ -25,7 +25,7 @@ inline PerfResultPtr record(const QString &start, const QString &end, float byte
     return r;
 }
 
-// A finished test with the given records, newest first.
+// A finished 10 s TCP test against 10.0.0.5 with these records, newest first.
 inline PerfHelperPtr test(SettingsStore &store, const PerfResultList &newestFirst = {})
 {
     auto t = std::make_shared<PerfHelper>(store);
@@ -38,28 +38,21 @@ inline PerfHelperPtr test(SettingsStore &store, const PerfResultList &newestFirs
     return t;
 }
 
-// A settings store of its own over a file in a temporary folder.
-class TempStore
+// A settings store of its own in a temporary folder.
+struct TempStore
 {
-public:
-    TempStore()
-        : store(dir.filePath(QStringLiteral("settings.ini")))
-    {
-    }
     QTemporaryDir dir;
-    SettingsStore store;
+    SettingsStore store{dir.filePath(QStringLiteral("settings.ini"))};
 };
 
 // Every "showInfoMessage" text posted while it lives, in order.
-class InfoMessages
+struct InfoMessages
 {
-public:
     InfoMessages()
     {
-        NotificationCenter::defaultCenter().addObserver(this, QStringLiteral("showInfoMessage"),
-                                                        [this](const QVariantMap &info) {
-                                                            texts.append(info.value(QStringLiteral("message")).toString());
-                                                        });
+        NotificationCenter::defaultCenter().addObserver(this, QStringLiteral("showInfoMessage"), [this](const QVariantMap &info) {
+            texts.append(info.value(QStringLiteral("message")).toString());
+        });
     }
     ~InfoMessages() { NotificationCenter::defaultCenter().removeObserver(this); }
     InfoMessages(const InfoMessages &) = delete;
