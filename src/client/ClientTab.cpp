@@ -550,13 +550,14 @@ void ClientTab::testFinished(const PerfResultPtr &result)
 {
     if (runOnOwnThread([this, result] { testFinished(result); }))
         return;
-    if (!result)
-        return;
+    // A finish can come without a final record; the test has ended all the same.
     g_dataSeen = true;
-    narrateIntervalResultsIfNeeded(result);
+    if (result)
+        narrateIntervalResultsIfNeeded(result);
     if (!testResultsArray().isEmpty())
         testResultsArray().first()->isTestRunning = 0;
-    stamp(result);
+    if (result)
+        stamp(result);
     refreshTabViewLater();
     HideSpinner();
 }
