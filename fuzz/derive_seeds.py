@@ -43,11 +43,15 @@ write("tool_lines", "headers-and-odd-lines",
       "[  5][TX-C]   0.00-1.00   sec  1.10 GBytes  9448370 Kbits/sec\n"
       "[  5]   3.00-3.00   sec  0.00 Bytes  0.00 Kbits/sec (omitted)\n")
 
-# The client's parser: first byte = duration | UDP << 3 | reverse << 4.
+# The client's parser: first byte = duration | UDP << 3 | reverse << 4 |
+# kilo << 5 | stored interface addresses first << 6.
 settings = {"client-tcp-3s.txt": 0x03, "client-udp-3s.txt": 0x0B, "client-udp-reverse-3s.txt": 0x1B}
 for name, first in settings.items():
     chunks = client_chunks(DATA / name)
     write("client_output", pathlib.Path(name).stem, bytes([first]) + SEP.join(chunks))
+tcp = client_chunks(DATA / "client-tcp-3s.txt")
+write("client_output", "interface-named-from-stored-addresses",
+      bytes([0x43]) + SEP.join([b"Wi-Fi (Primary): 192.168.1.5, Thunderbolt Bridge: 127.0.0.1, AirPort:127.0.0.1"] + tcp))
 write("client_output", "connection-refused",
       bytes([0x0A]) + b"iperf3: error - unable to connect to server: Connection refused\n")
 write("client_output", "two-lines-one-chunk-duration-0",
