@@ -36,6 +36,11 @@ QString privateRoot()
     return g_root ? g_root->path() : QString();
 }
 
+QString systemBusPath()
+{
+    return g_root ? g_root->filePath(QStringLiteral("system_bus_socket")) : QString();
+}
+
 bool waitUntil(const std::function<bool()> &condition, std::chrono::milliseconds timeout)
 {
     QDeadlineTimer deadline(timeout);

@@ -15,6 +15,12 @@ void isolateUserFolders();
 // The private folder made by isolateUserFolders().
 QString privateRoot();
 
+// Where this test program's system bus lives: a socket path in the private
+// folder. Nothing listens there unless a test starts a bus of its own on it.
+// libdbus reads the bus address once per process, so the address is set
+// before the first client and never changes; only what answers there does.
+QString systemBusPath();
+
 // Runs the event loop until the condition holds or the time runs out;
 // answers whether the condition held. Tests assert on the answer.
 bool waitUntil(const std::function<bool()> &condition, std::chrono::milliseconds timeout);

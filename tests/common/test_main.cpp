@@ -10,6 +10,8 @@ using TestApplication = QApplication;
 using TestApplication = QCoreApplication;
 #endif
 
+#include <QFile>
+
 #include <csignal>
 
 int main(int argc, char **argv)
@@ -18,9 +20,9 @@ int main(int argc, char **argv)
     std::signal(SIGPIPE, SIG_IGN);
     TestEnvironment::isolateUserFolders();
     // No test may reach the machine's real system bus: publishing there would
-    // advertise test services on the real network. The discovery tests bring
-    // a confined bus of their own and point this variable at it.
-    qputenv("DBUS_SYSTEM_BUS_ADDRESS", "unix:path=/nonexistent/tidewave-test-bus");
+    // advertise test services on the real network. The discovery tests start
+    // a confined bus of their own at this address.
+    qputenv("DBUS_SYSTEM_BUS_ADDRESS", QByteArray("unix:path=") + QFile::encodeName(TestEnvironment::systemBusPath()));
 #ifdef TIDEWAVE_TEST_GUI
     qputenv("QT_QPA_PLATFORM", qgetenv("QT_QPA_PLATFORM").isEmpty() ? "offscreen" : qgetenv("QT_QPA_PLATFORM"));
 #endif

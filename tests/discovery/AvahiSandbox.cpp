@@ -174,7 +174,12 @@ AvahiSandbox::~AvahiSandbox()
 
 void AvahiSandbox::writeConfigs()
 {
-    m_busPath = m_dir->filePath(QStringLiteral("system_bus_socket"));
+    // The address the test program exported at its start (see
+    // TestEnvironment::systemBusPath()), so clients made before the sandbox
+    // reach it too; a program without one gets a socket in the sandbox folder.
+    m_busPath = TestEnvironment::systemBusPath();
+    if (m_busPath.isEmpty())
+        m_busPath = m_dir->filePath(QStringLiteral("system_bus_socket"));
     m_busConfig = m_dir->filePath(QStringLiteral("bus.conf"));
     m_avahiConfig = m_dir->filePath(QStringLiteral("avahi-daemon.conf"));
 
