@@ -15,6 +15,8 @@ set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION net)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# Installed programs carry no debug information, as Debian packages do.
+set(CPACK_STRIP_FILES TRUE)
 # Libraries come from the shared-library scan; these are the tools run as
 # child processes, which no scan can see.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "iperf3, avahi-daemon, psmisc, espeak-ng")
