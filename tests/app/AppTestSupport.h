@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/TestEnvironment.h"
+
 #include <QByteArray>
 #include <QDir>
 #include <QFile>
@@ -36,27 +38,10 @@ inline QList<qint64> processesUsingPort(quint16 port)
 {
     QList<qint64> found;
     const QByteArray portWord = QByteArray::number(port);
-    const QStringList entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-    for (const QString &entry : entries) {
-        bool ok = false;
-        const qint64 pid = entry.toLongLong(&ok);
-        if (!ok)
-            continue;
-        QFile cmdline(QStringLiteral("/proc/%1/cmdline").arg(pid));
-        if (!cmdline.open(QIODevice::ReadOnly))
-            continue;
-        const QByteArray text = cmdline.readAll();
-        QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
-        if (!stat.open(QIODevice::ReadOnly))
-            continue;
-        const QByteArray statText = stat.readAll();
-        const qsizetype close = statText.lastIndexOf(')');
-        if (close < 0 || close + 2 >= statText.size() || statText.at(close + 2) == 'Z')
-            continue;
-        const QList<QByteArray> words = text.split('\0');
-        for (const QByteArray &word : words) {
+    for (const TestEnvironment::Process &process : TestEnvironment::liveProcesses()) {
+        for (const QByteArray &word : process.arguments) {
             if (word == portWord || word == "-p" + portWord || word.endsWith("-p " + portWord)) {
-                found << pid;
+                found << process.pid;
                 break;
             }
         }

@@ -77,21 +77,51 @@ bool processAlive(qint64 pid)
     return state != 'Z' && state != 'X';
 }
 
-QList<qint64> pidsNamed(const QString &name)
+QList<Process> liveProcesses()
 {
-    QList<qint64> pids;
+    QList<Process> all;
     const QStringList entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
     for (const QString &entry : entries) {
         bool ok = false;
         const qint64 pid = entry.toLongLong(&ok);
         if (!ok)
             continue;
-        QFile comm(QStringLiteral("/proc/%1/comm").arg(pid));
-        if (!comm.open(QIODevice::ReadOnly))
+        QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+        if (!stat.open(QIODevice::ReadOnly))
             continue;
-        // comm is cut at 15 characters by the kernel.
-        if (QString::fromLocal8Bit(comm.readAll()).trimmed() == name.left(15) && processAlive(pid))
-            pids.append(pid);
+        const QByteArray text = stat.readAll();
+        // "pid (comm) state ppid …"; comm may hold blanks and parentheses.
+        const qsizetype open = text.indexOf('(');
+        const qsizetype close = text.lastIndexOf(')');
+        if (open < 0 || close < open)
+            continue;
+        const QList<QByteArray> rest = text.mid(close + 2).split(' ');
+        if (rest.size() < 2 || rest.at(0) == "Z" || rest.at(0) == "X")
+            continue;
+        Process process;
+        process.pid = pid;
+        process.parent = rest.at(1).toLongLong();
+        process.name = QString::fromUtf8(text.mid(open + 1, close - open - 1));
+        QFile cmdline(QStringLiteral("/proc/%1/cmdline").arg(pid));
+        if (cmdline.open(QIODevice::ReadOnly)) {
+            QByteArray raw = cmdline.readAll();
+            if (raw.endsWith('\0'))
+                raw.chop(1);
+            if (!raw.isEmpty())
+                process.arguments = raw.split('\0');
+            process.commandLine = QString::fromUtf8(raw.replace('\0', ' ').trimmed());
+        }
+        all.append(process);
+    }
+    return all;
+}
+
+QList<qint64> pidsNamed(const QString &name)
+{
+    QList<qint64> pids;
+    for (const Process &process : liveProcesses()) {
+        if (process.name == name.left(15))
+            pids.append(process.pid);
     }
     return pids;
 }

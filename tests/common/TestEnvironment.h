@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QByteArray>
+#include <QList>
 #include <QString>
 
 #include <chrono>
@@ -30,6 +32,19 @@ quint16 freeTcpPort();
 
 // Whether a process with this pid still exists (zombies count as gone).
 bool processAlive(qint64 pid);
+
+// A live process as /proc shows it.
+struct Process
+{
+    qint64 pid = 0;      // process id
+    qint64 parent = 0;   // parent's process id
+    QString name;        // command name (comm, cut at 15 characters)
+    QString commandLine; // arguments joined with blanks
+    QList<QByteArray> arguments; // the arguments as they are
+};
+
+// Every live (not zombie) process on the machine.
+QList<Process> liveProcesses();
 
 // Pids of live processes whose command name (comm) equals the name.
 QList<qint64> pidsNamed(const QString &name);

@@ -13,42 +13,7 @@
 
 namespace FaultsSupport {
 
-namespace {
-
-QList<Process> liveProcesses()
-{
-    QList<Process> all;
-    const QStringList entries = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-    for (const QString &entry : entries) {
-        bool ok = false;
-        const qint64 pid = entry.toLongLong(&ok);
-        if (!ok)
-            continue;
-        QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
-        if (!stat.open(QIODevice::ReadOnly))
-            continue;
-        const QByteArray text = stat.readAll();
-        // "pid (comm) state ppid …"; comm may hold blanks and parentheses.
-        const qsizetype open = text.indexOf('(');
-        const qsizetype close = text.lastIndexOf(')');
-        if (open < 0 || close < open)
-            continue;
-        const QList<QByteArray> rest = text.mid(close + 2).split(' ');
-        if (rest.size() < 2 || rest.at(0) == "Z")
-            continue;
-        Process process;
-        process.pid = pid;
-        process.parent = rest.at(1).toLongLong();
-        process.name = QString::fromUtf8(text.mid(open + 1, close - open - 1));
-        QFile cmdline(QStringLiteral("/proc/%1/cmdline").arg(pid));
-        if (cmdline.open(QIODevice::ReadOnly))
-            process.commandLine = QString::fromUtf8(cmdline.readAll().replace('\0', ' ').trimmed());
-        all.append(process);
-    }
-    return all;
-}
-
-} // namespace
+using TestEnvironment::liveProcesses;
 
 QList<Process> descendantsOf(qint64 pid)
 {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "common/TestEnvironment.h"
+
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -10,13 +12,7 @@ class ClientTab;
 // test started through the client tab as a user starts one.
 namespace FaultsSupport {
 
-struct Process
-{
-    qint64 pid = 0;      // process id
-    qint64 parent = 0;   // parent's process id
-    QString name;        // command name (comm)
-    QString commandLine; // arguments joined with blanks
-};
+using Process = TestEnvironment::Process;
 
 // Live (not zombie) processes below the given one, at any depth.
 QList<Process> descendantsOf(qint64 pid);
