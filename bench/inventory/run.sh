@@ -5,8 +5,5 @@
 set -euo pipefail
 repo=$(cd "$(dirname "$0")/../.." && pwd)
 build=${1:-$repo/build}
-if [ ! -f "$build/CMakeCache.txt" ]; then
-    cmake -S "$repo" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
-fi
-cmake --build "$build" --target inventory_bench -j2
+"$repo/bench/build.sh" "$build" inventory_bench
 "$build/bin/inventory_bench"

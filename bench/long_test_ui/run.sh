@@ -8,8 +8,5 @@
 set -euo pipefail
 repo=$(cd "$(dirname "$0")/../.." && pwd)
 build=${1:-$repo/build}
-if [ ! -f "$build/CMakeCache.txt" ]; then
-    cmake -S "$repo" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
-fi
-cmake --build "$build" --target long_test_ui -j2
+"$repo/bench/build.sh" "$build" long_test_ui
 QT_QPA_PLATFORM=${QT_QPA_PLATFORM:-offscreen} "$build/bin/long_test_ui" "${@:2}"

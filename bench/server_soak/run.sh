@@ -5,8 +5,7 @@
 set -eu
 repo=$(cd "$(dirname "$0")/../.." && pwd)
 build=${BUILD_DIR:-$repo/build}
-[ -f "$build/build.ninja" ] || cmake -S "$repo" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
-cmake --build "$build" --target server_soak mac-native-iperf
+"$repo/bench/build.sh" "$build" server_soak mac-native-iperf
 # A private data folder: the soak places its own copy of the tool.
 data=$(mktemp -d)
 trap 'rm -rf "$data"' EXIT

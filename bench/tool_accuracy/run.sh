@@ -5,8 +5,5 @@
 set -euo pipefail
 repo=$(cd "$(dirname "$0")/../.." && pwd)
 build=${1:-$repo/build}
-if [ ! -f "$build/CMakeCache.txt" ]; then
-    cmake -S "$repo" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo
-fi
-cmake --build "$build" --target tool_accuracy mac-native-iperf -j2
+"$repo/bench/build.sh" "$build" tool_accuracy mac-native-iperf
 "$build/bin/tool_accuracy" "$build/bin/mac-native-iperf"
