@@ -43,7 +43,7 @@ for target in $targets; do
     before=$(ls "$build/fuzz-findings" | grep -c "^$target-" || true)
     # Peer names are DNS-SD instance names (63 bytes on the wire): a kilobyte
     # already holds a batch of a dozen or more, long ones included; batches of
-    # 8 KiB reached no further code and ran at half the speed.
+    # 8 KiB reached no further code and cost more time each.
     max_len=8192
     [ "$target" = discovery_names ] && max_len=1024
     # libFuzzer's leak check after each input is off: Qt's caches grow during
