@@ -101,6 +101,7 @@ QList<Process> liveProcesses()
         Process process;
         process.pid = pid;
         process.parent = rest.at(1).toLongLong();
+        process.group = rest.value(2).toLongLong();
         process.name = QString::fromUtf8(text.mid(open + 1, close - open - 1));
         QFile cmdline(QStringLiteral("/proc/%1/cmdline").arg(pid));
         if (cmdline.open(QIODevice::ReadOnly)) {
@@ -124,6 +125,33 @@ QList<qint64> pidsNamed(const QString &name)
             pids.append(process.pid);
     }
     return pids;
+}
+
+QList<qint64> groupMembers(qint64 pgid)
+{
+    QList<qint64> pids;
+    for (const Process &process : liveProcesses()) {
+        if (process.group == pgid)
+            pids.append(process.pid);
+    }
+    return pids;
+}
+
+bool tcpPortListening(quint16 port)
+{
+    // "sl local_address rem_address st ...": the local port in hex, st 0A is LISTEN.
+    const QByteArray local = QStringLiteral(":%1").arg(port, 4, 16, QLatin1Char('0')).toUpper().toLatin1();
+    for (const char *table : {"/proc/net/tcp", "/proc/net/tcp6"}) {
+        QFile file(QString::fromLatin1(table));
+        if (!file.open(QIODevice::ReadOnly))
+            continue;
+        for (const QByteArray &line : file.readAll().split('\n')) {
+            const QList<QByteArray> fields = line.simplified().split(' ');
+            if (fields.size() > 3 && fields.at(1).endsWith(local) && fields.at(3) == "0A")
+                return true;
+        }
+    }
+    return false;
 }
 
 QString binDir()

@@ -38,6 +38,7 @@ struct Process
 {
     qint64 pid = 0;      // process id
     qint64 parent = 0;   // parent's process id
+    qint64 group = 0;    // process group id
     QString name;        // command name (comm, cut at 15 characters)
     QString commandLine; // arguments joined with blanks
     QList<QByteArray> arguments; // the arguments as they are
@@ -48,6 +49,14 @@ QList<Process> liveProcesses();
 
 // Pids of live processes whose command name (comm) equals the name.
 QList<qint64> pidsNamed(const QString &name);
+
+// Pids of the live processes in a process group (a shell started in a group
+// of its own and everything it started).
+QList<qint64> groupMembers(qint64 pgid);
+
+// Whether a socket listens on this TCP port, IPv4 or IPv6 (read from /proc,
+// so a one-off server is not used up by a probing connection).
+bool tcpPortListening(quint16 port);
 
 // The build tree's executables folder (launcher, application).
 QString binDir();

@@ -1,278 +1,110 @@
+#include "PerfHelper/ShellTask.h"
 #include "PerfHelper/TidewaveUtils.h"
 
 #include "common/TestEnvironment.h"
 #include "shell/Logger.h"
+#include "shell/SettingsStore.h"
 
 #include <gtest/gtest.h>
 
-#include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QTemporaryDir>
-
-#include <atomic>
-#include <functional>
-
-#include <unistd.h>
-
-using namespace std::chrono_literals;
 
 namespace {
 
-// Collects the log texts written while it lives.
-class LogCapture : public LogSink
+// The log texts written while it is a sink of the logger.
+struct LogCapture : LogSink
 {
-public:
-    static std::shared_ptr<LogCapture> install()
-    {
-        auto capture = std::make_shared<LogCapture>();
-        Logger::shared().addSink(capture);
-        return capture;
-    }
-    ~LogCapture() override = default;
     void write(const LogMessage &message) override { messages << message.message; }
     QStringList messages;
-};
-
-struct CaptureScope
-{
-    std::shared_ptr<LogCapture> capture = LogCapture::install();
-    ~CaptureScope() { Logger::shared().removeSink(capture); }
-    const QStringList &messages() const { return capture->messages; }
 };
 
 QByteArray contents(const QString &path)
 {
     QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<none>");
 }
 
-void writeFile(const QString &path, const QByteArray &bytes, QFileDevice::Permissions permissions)
-{
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
-    file.write(bytes);
-    file.close();
-    ASSERT_TRUE(file.setPermissions(permissions));
-}
-
-constexpr QFileDevice::Permissions kExecutable = QFileDevice::ReadOwner | QFileDevice::WriteOwner
-    | QFileDevice::ExeOwner | QFileDevice::ReadGroup | QFileDevice::ExeGroup;
+const QString kPathLog = QStringLiteral("TDWBaseModel: iPerf Executable Path is %1/t/mac-native-iperf");
+const QString kFailureLog = QStringLiteral("TDWBaseModel: can't copy iPerf executable file at above path..");
 
 struct PlacementCase
 {
     const char *name;
-    std::function<void(const QString &folder, const QString &tool)> before; // what the folder holds first
+    const char *before; // shell commands run in the folder first
+    bool resource;      // whether the resource exists
+    QStringList logs;   // the start of each log text; "%1" is the folder
 };
 
-void PrintTo(const PlacementCase &c, std::ostream *os)
-{
-    *os << c.name;
-}
+class Placement : public ::testing::TestWithParam<PlacementCase> {};
 
-class PlacementTest : public ::testing::TestWithParam<PlacementCase>
-{};
-
-TEST_P(PlacementTest, ToolPathHoldsAFreshExecutableCopyOfTheResource)
+// The tool path "t/mac-native-iperf" gets a fresh copy of the executable
+// resource "r", whatever was there, never writing through a link; without
+// the resource the old tool is gone all the same.
+TEST_P(Placement, ToolPathHoldsAFreshCopyOfTheResource)
 {
     QTemporaryDir dir;
-    const QString resource = dir.filePath(QStringLiteral("resource/mac-native-iperf"));
-    QDir(dir.path()).mkpath(QStringLiteral("resource"));
-    writeFile(resource, "#!/bin/sh\necho launcher\n", kExecutable);
-    const QString folder = dir.filePath(QStringLiteral("support/Tidewave"));
-    const QString tool = folder + QStringLiteral("/mac-native-iperf");
-    const QString victim = dir.filePath(QStringLiteral("victim"));
-    writeFile(victim, "untouched", QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    GetParam().before(folder, tool);
-
-    CaptureScope logs;
+    ASSERT_TRUE(ShellTask::executeShellCommandSynchronously(
+        QStringLiteral("cd '%1' && printf '#!/bin/sh\\n' > r && chmod 750 r && echo untouched > victim && %2").arg(dir.path(), GetParam().before)));
+    const QString tool = dir.filePath(QStringLiteral("t/mac-native-iperf"));
+    const QString resource = GetParam().resource ? dir.filePath(QStringLiteral("r")) : QString();
+    const auto logs = std::make_shared<LogCapture>();
+    Logger::shared().addSink(logs);
     TidewaveUtils::copyiPerfExecutableToAppSupportDir(resource, tool);
+    Logger::shared().removeSink(logs);
 
-    EXPECT_EQ(logs.messages(), QStringList{QStringLiteral("TDWBaseModel: iPerf Executable Path is %1").arg(tool)});
-    const QFileInfo placed(tool);
-    ASSERT_TRUE(placed.isFile());
-    EXPECT_FALSE(placed.isSymLink());
-    EXPECT_EQ(contents(tool), contents(resource));
-    EXPECT_EQ(placed.permissions(), QFileInfo(resource).permissions());
-    EXPECT_EQ(contents(victim), QByteArray("untouched"))
-        << "the copy must not write through a link at the tool path";
+    ASSERT_EQ(logs->messages.size(), GetParam().logs.size()) << logs->messages.join('\n').toStdString();
+    for (qsizetype i = 0; i < GetParam().logs.size(); ++i)
+        EXPECT_TRUE(logs->messages[i].startsWith(GetParam().logs[i].arg(dir.path()))) << logs->messages[i].toStdString();
+    const bool placed = GetParam().logs.size() == 1;
+    EXPECT_EQ(contents(tool), placed ? contents(resource) : "<none>");
+    EXPECT_EQ(QFileInfo(tool).permissions(), placed ? QFileInfo(resource).permissions() : QFileDevice::Permissions());
+    EXPECT_EQ(contents(dir.filePath(QStringLiteral("victim"))), "untouched\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Table, PlacementTest,
+    Table, Placement,
     ::testing::Values(
-        PlacementCase{"FolderCreatedWhenMissing", [](const QString &, const QString &) {}},
-        PlacementCase{"FolderAlreadyThere", [](const QString &folder, const QString &) { QDir().mkpath(folder); }},
-        PlacementCase{"StaleFileReplaced",
-                      [](const QString &folder, const QString &tool) {
-                          QDir().mkpath(folder);
-                          writeFile(tool, "stale and read-only", QFileDevice::ReadOwner);
-                      }},
-        PlacementCase{"FolderAtToolPathReplaced",
-                      [](const QString &, const QString &tool) {
-                          QDir().mkpath(tool + QStringLiteral("/inner"));
-                          writeFile(tool + QStringLiteral("/inner/file"), "x", QFileDevice::ReadOwner);
-                      }},
-        PlacementCase{"LinkAtToolPathReplaced", [](const QString &folder, const QString &tool) {
-                          QDir().mkpath(folder);
-                          QFile::link(folder + QStringLiteral("/../../victim"), tool);
-                      }}),
+        PlacementCase{"FolderCreatedWhenMissing", "true", true, {kPathLog}},
+        PlacementCase{"StaleFileReplaced", "mkdir t && echo stale > t/mac-native-iperf && chmod 400 t/*", true, {kPathLog}},
+        PlacementCase{"FolderAtToolPathReplaced", "mkdir -p t/mac-native-iperf/inner && touch t/mac-native-iperf/inner/f", true, {kPathLog}},
+        PlacementCase{"LinkAtToolPathReplaced", "mkdir t && ln -s ../victim t/mac-native-iperf", true, {kPathLog}},
+        PlacementCase{"MissingResource", "mkdir t && echo stale > t/mac-native-iperf", false,
+                      {kPathLog, kFailureLog + QStringLiteral("the tool resource \"mac-native-iperf\" was not found")}},
+        PlacementCase{"FolderThatCannotBeCreated", "ln -s missing/deeper t", true,
+                      {QStringLiteral("Application Support //macTidewave folder not created :cannot create \"%1/t\": "), kPathLog,
+                       kFailureLog + QStringLiteral("cannot copy \"%1/r\" to \"%1/t/mac-native-iperf\": ")}}),
     [](const auto &info) { return std::string(info.param.name); });
 
-TEST(TidewaveUtilsTest, MissingResourceIsLoggedAndTheStaleToolStillRemoved)
+// At start-up the launcher built beside this program goes to the data home's
+// Tidewave folder.
+TEST(TidewaveUtils, StartUpPlacesTheShippedLauncher)
 {
-    QTemporaryDir dir;
-    const QString tool = dir.filePath(QStringLiteral("mac-native-iperf"));
-    writeFile(tool, "stale", kExecutable);
-
-    CaptureScope logs;
-    TidewaveUtils::copyiPerfExecutableToAppSupportDir(QString(), tool);
-
-    ASSERT_EQ(logs.messages().size(), 2);
-    EXPECT_EQ(logs.messages()[0], QStringLiteral("TDWBaseModel: iPerf Executable Path is %1").arg(tool));
-    EXPECT_TRUE(logs.messages()[1].startsWith(QStringLiteral("TDWBaseModel: can't copy iPerf executable file at above path..")));
-    EXPECT_TRUE(logs.messages()[1].contains(QStringLiteral("\"mac-native-iperf\" was not found")));
-    EXPECT_TRUE(logs.messages()[1].endsWith(QLatin1Char('.')));
-    EXPECT_FALSE(QFileInfo::exists(tool));
-}
-
-TEST(TidewaveUtilsTest, FolderThatCannotBeCreatedIsLoggedAndPlacementGoesOn)
-{
-    QTemporaryDir dir;
-    const QString resource = dir.filePath(QStringLiteral("resource"));
-    writeFile(resource, "tool", kExecutable);
-    writeFile(dir.filePath(QStringLiteral("plain")), "a file, not a folder", QFileDevice::ReadOwner);
-    const QString tool = dir.filePath(QStringLiteral("plain/Tidewave/mac-native-iperf"));
-
-    CaptureScope logs;
-    TidewaveUtils::copyiPerfExecutableToAppSupportDir(resource, tool);
-
-    ASSERT_EQ(logs.messages().size(), 3) << logs.messages().join(QLatin1Char('\n')).toStdString();
-    EXPECT_TRUE(logs.messages()[0].startsWith(QStringLiteral("Application Support //macTidewave folder not created :")));
-    EXPECT_TRUE(logs.messages()[0].endsWith(QLatin1Char(' ')));
-    EXPECT_EQ(logs.messages()[1], QStringLiteral("TDWBaseModel: iPerf Executable Path is %1").arg(tool));
-    EXPECT_TRUE(logs.messages()[2].startsWith(QStringLiteral("TDWBaseModel: can't copy iPerf executable file at above path..")));
-}
-
-TEST(TidewaveUtilsTest, StartUpPlacementUsesTheShippedResourceAndTheToolPath)
-{
-    CaptureScope logs;
+    const QString folder = TestEnvironment::privateRoot() + QStringLiteral("/data/Tidewave");
+    const QString launcher = TestEnvironment::binDir() + QStringLiteral("/mac-native-iperf");
+    EXPECT_EQ(TidewaveUtils::getiPerfExecutablePath(), folder + QStringLiteral("/mac-native-iperf"));
+    EXPECT_EQ(TidewaveUtils::resourcePath(QStringLiteral("mac-native-iperf")), launcher);
+    EXPECT_TRUE(TidewaveUtils::resourcePath(QStringLiteral("no-such-resource")).isNull());
     TidewaveUtils::copyiPerfExecutableToAppSupportDir();
-    const QString tool = TidewaveUtils::getiPerfExecutablePath();
-    EXPECT_EQ(tool, TidewaveUtils::getAppSupportDirPath() + QStringLiteral("/mac-native-iperf"));
-    ASSERT_FALSE(logs.messages().isEmpty());
-    EXPECT_EQ(logs.messages()[0], QStringLiteral("TDWBaseModel: iPerf Executable Path is %1").arg(tool));
-    // The launcher may or may not be built beside this test; both outcomes are defined.
-    const QString resource = TidewaveUtils::resourcePath(QStringLiteral("mac-native-iperf"));
-    if (resource.isNull()) {
-        ASSERT_EQ(logs.messages().size(), 2);
-        EXPECT_FALSE(QFileInfo::exists(tool));
-    } else {
-        EXPECT_EQ(logs.messages().size(), 1);
-        EXPECT_EQ(contents(tool), contents(resource));
-        EXPECT_TRUE(QFileInfo(tool).isExecutable());
-    }
+    EXPECT_EQ(contents(TidewaveUtils::getiPerfExecutablePath()), contents(launcher));
+    EXPECT_TRUE(QFileInfo(TidewaveUtils::getiPerfExecutablePath()).isExecutable());
 }
 
-TEST(TidewaveUtilsTest, AppSupportPathIsComputedOnceFromTheDataHome)
+// Written to the settings file at once, not when the event loop gets to it.
+TEST(TidewaveUtils, UserSettingIsOnDiskAtOnce)
 {
-    const QByteArray saved = qgetenv("XDG_DATA_HOME");
-    const QString first = TidewaveUtils::getAppSupportDirPath();
-    EXPECT_EQ(first, QDir(QString::fromLocal8Bit(saved)).filePath(QStringLiteral("Tidewave")));
-    qputenv("XDG_DATA_HOME", "/somewhere/else");
-    const QString second = TidewaveUtils::getAppSupportDirPath();
-    qputenv("XDG_DATA_HOME", saved);
-    EXPECT_EQ(second, first);
+    TidewaveUtils::setUserSetting(QStringLiteral("5201"), QStringLiteral("runnerTestPort"));
+    EXPECT_TRUE(contents(TestEnvironment::privateRoot() + QStringLiteral("/config/norvale/Tidewave.conf")).contains("runnerTestPort=5201"));
+    EXPECT_EQ(SettingsStore::standard().stringForKey(QStringLiteral("runnerTestPort")), QStringLiteral("5201"));
 }
 
-// A network namespace of the test's own, deleted on destruction.
-class NetworkNamespace
+// The last IPv4 address of the interface list, as iproute2 lists it too.
+TEST(TidewaveUtils, IPAddressIsTheLastIPv4Entry)
 {
-public:
-    NetworkNamespace()
-    {
-        static std::atomic<int> counter{0};
-        m_name = QStringLiteral("tw-ip-%1-%2").arg(::getpid()).arg(counter++);
-        m_created = QProcess::execute(QStringLiteral("ip"), {QStringLiteral("netns"), QStringLiteral("add"), m_name}) == 0;
-    }
-    ~NetworkNamespace()
-    {
-        if (m_created)
-            QProcess::execute(QStringLiteral("ip"), {QStringLiteral("netns"), QStringLiteral("delete"), m_name});
-    }
-    NetworkNamespace(const NetworkNamespace &) = delete;
-    NetworkNamespace &operator=(const NetworkNamespace &) = delete;
-
-    bool isCreated() const { return m_created; }
-
-    // Runs "ip -n <namespace> <arguments>"; answers whether it succeeded.
-    bool ip(const QString &arguments) const
-    {
-        QStringList args{QStringLiteral("-n"), m_name};
-        args += arguments.split(QLatin1Char(' '), Qt::SkipEmptyParts);
-        return QProcess::execute(QStringLiteral("ip"), args) == 0;
-    }
-
-    // Runs a program inside the namespace and returns its standard output.
-    QString run(const QString &program) const
-    {
-        QProcess process;
-        process.start(QStringLiteral("ip"), {QStringLiteral("netns"), QStringLiteral("exec"), m_name, program});
-        if (!process.waitForFinished(10000)) {
-            process.kill();
-            process.waitForFinished(5000);
-            return QStringLiteral("<timed out>");
-        }
-        return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
-    }
-
-private:
-    QString m_name;
-    bool m_created = false;
-};
-
-struct AddressCase
-{
-    const char *name;
-    QStringList setup; // ip commands inside the namespace, in order
-    const char *expected;
-};
-
-void PrintTo(const AddressCase &c, std::ostream *os)
-{
-    *os << c.name;
+    const auto listed = ShellTask::executeShellCommandSynchronously(QStringLiteral("ip -o -4 addr show | tail -n 1 | awk '{print $4}'"));
+    ASSERT_TRUE(listed && listed->contains(QLatin1Char('/'))) << listed.value_or(QString()).toStdString();
+    EXPECT_EQ(TidewaveUtils::getIPAddress(), listed->section(QLatin1Char('/'), 0, 0));
 }
-
-class IPAddressTest : public ::testing::TestWithParam<AddressCase>
-{};
-
-TEST_P(IPAddressTest, LastIPv4EntryOfTheInterfaceListWins)
-{
-    NetworkNamespace ns;
-    if (!ns.isCreated())
-        GTEST_SKIP() << "this machine cannot create a network namespace (ip netns add failed)";
-    for (const QString &command : GetParam().setup)
-        ASSERT_TRUE(ns.ip(command)) << command.toStdString();
-    EXPECT_EQ(ns.run(TestEnvironment::binDir() + QStringLiteral("/tw_ip_address_probe")),
-              QString::fromLatin1(GetParam().expected));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Namespaces, IPAddressTest,
-    ::testing::Values(
-        AddressCase{"NoIPv4GivesError", {QStringLiteral("addr flush dev lo")}, "error"},
-        AddressCase{"OnlyLoopback", {QStringLiteral("link set lo up")}, "127.0.0.1"},
-        AddressCase{"LaterInterfaceWins",
-                    {QStringLiteral("link set lo up"), QStringLiteral("link add twa type veth peer name twb"),
-                     QStringLiteral("addr add 10.200.0.1/24 dev twa")},
-                    "10.200.0.1"},
-        // The interface is down and the last address is a loopback one: neither is filtered.
-        AddressCase{"ListEndingWithLoopbackEntry",
-                    {QStringLiteral("link set lo up"), QStringLiteral("link add twa type veth peer name twb"),
-                     QStringLiteral("addr add 10.200.0.1/24 dev twa"),
-                     QStringLiteral("addr add 127.0.0.9/8 dev twa scope global")},
-                    "127.0.0.9"}),
-    [](const auto &info) { return std::string(info.param.name); });
 
 } // namespace

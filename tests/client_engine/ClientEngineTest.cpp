@@ -1,0 +1,434 @@
+#include "common/TestEnvironment.h"
+
+#include "PerfHelper/PerfHelper.h"
+#include "PerfHelper/PerfTest.h"
+#include "PerfHelper/TidewaveUtils.h"
+#include "shell/SettingsStore.h"
+
+#include <QProcess>
+#include <QTcpServer>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+using namespace std::chrono_literals;
+using TestEnvironment::waitUntil;
+
+namespace {
+
+// The delegate calls of a run (PerfTest) or a coordinator (PerfHelper), one
+// line of text each: "ip 127.0.0.1", "fail <text>", "interval 0.00-1.00
+// 524288 4194304", "finished <the same>". A record adds " <jitter>|<loss>"
+// when it has them, " fmt=<n>" for a non-zero format and, from a
+// coordinator, " if=<interface name>".
+class CallRecorder : public PerfTestDelegate, public PerfHelperDelegate
+{
+public:
+    void reportInterval(const PerfResultPtr &result) override { note("interval ", result, false); }
+    void testDidFinished(const PerfResultPtr &result) override { note("finished ", result, false); }
+    void testDidFail(const QString &message) override { add(QStringLiteral("fail ") + message); }
+    void didResolvedLocalIP(const QString &address) override { add(QStringLiteral("ip ") + address); }
+    void reportIntervalResults(const PerfResultPtr &result) override { note("interval ", result, true); }
+    void testFinished(const PerfResultPtr &result) override { note("finished ", result, true); }
+    void testFail(const QString &message) override { add(QStringLiteral("fail ") + message); }
+
+    QStringList calls;
+    QList<PerfResultPtr> records; // of every call that has one
+    std::function<void()> onCall; // runs after every call
+
+private:
+    static QString orNil(const QString &text) { return text.isNull() ? QStringLiteral("nil") : text; }
+    void note(const char *kind, const PerfResultPtr &r, bool stamped)
+    {
+        records << r;
+        QString text = QLatin1String(kind)
+            + QStringLiteral("%1-%2 %3 %4").arg(orNil(r->startTime), orNil(r->endTime)).arg(r->sentBytes, 0, 'g', 7).arg(r->sentBandwidth, 0, 'g', 7);
+        if (!r->jitter.isNull() || !r->lostTotalDataGrams.isNull())
+            text += QLatin1Char(' ') + orNil(r->jitter) + QLatin1Char('|') + orNil(r->lostTotalDataGrams);
+        if (r->bandwidthformat != 0)
+            text += QStringLiteral(" fmt=%1").arg(r->bandwidthformat);
+        add(stamped ? text + QStringLiteral(" if=") + orNil(r->interfaceName) : text);
+    }
+    void add(const QString &call)
+    {
+        calls << call;
+        if (onCall)
+            onCall();
+    }
+};
+
+struct Settings
+{
+    qint64 testType = 0, reverse = 0, bufferLength = 128, sendBandwidth = 0, format = 0, duration = 10;
+};
+
+void apply(PerfTest &test, const Settings &s)
+{
+    test.server = QStringLiteral("10.0.0.5");
+    test.port = 5201;
+    test.stats_interval = 1;
+    test.testType = s.testType;
+    test.reverse = s.reverse;
+    test.bufferLength = s.bufferLength;
+    test.sendBandwidth = s.sendBandwidth;
+    test.bandwidthformat = s.format;
+    test.duration = s.duration;
+}
+
+struct CommandCase
+{
+    const char *name;
+    Settings settings;
+    const char *options; // after "./iperf3 ", joined with "|"
+};
+
+class CommandLine : public ::testing::TestWithParam<CommandCase> {};
+
+TEST_P(CommandLine, ArgumentListInOrder)
+{
+    PerfTest test;
+    apply(test, GetParam().settings);
+    EXPECT_EQ(test.prepareOptions().join(QLatin1Char('|')), QStringLiteral("./iperf3 |-c|10.0.0.5|-p5201|") + QLatin1String(GetParam().options));
+    EXPECT_EQ(test.iperfOptions(), test.prepareOptions());
+}
+
+INSTANTIATE_TEST_SUITE_P(PerfTest, CommandLine,
+                         ::testing::Values(CommandCase{"TcpDefaultLength", {}, "-t10|-i1"},
+                                           CommandCase{"UdpReverseKiloRate", {1, 1, 8, 20, 1}, "-R|-u|-b20K|-t10|-i1"},
+                                           CommandCase{"TcpLength8IsPassed", {0, 0, 8}, "-l8KB|-t10|-i1"},
+                                           CommandCase{"UdpLength128IsPassed", {1, 0, 128}, "-u|-l128KB|-t10|-i1"},
+                                           CommandCase{"ZeroLengthIsPassed", {0, 0, 0}, "-l0KB|-t10|-i1"},
+                                           CommandCase{"MegaRate", {0, 0, 128, 50}, "-b50M|-t10|-i1"},
+                                           CommandCase{"AnyNonZeroFormatIsKilo", {0, 0, 128, 50, 2}, "-b50K|-t10|-i1"},
+                                           CommandCase{"NegativeRateGivesNone", {0, 0, 128, -5}, "-t10|-i1"},
+                                           CommandCase{"OtherDuration", {.duration = 3}, "-t3|-i1"}),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+struct ParserCase
+{
+    const char *name;
+    Settings settings;
+    QStringList chunks; // of standard output, fed one after the other
+    QStringList calls;
+    bool decided; // afterwards
+    // What was left unread on standard output and error when the shell ended.
+    std::optional<std::pair<QByteArray, QByteArray>> rest = {};
+    bool stoppedBeforeTheEnd = false;
+};
+
+class Parser : public ::testing::TestWithParam<ParserCase> {};
+
+TEST_P(Parser, DelegateCallsInOrder)
+{
+    const ParserCase &c = GetParam();
+    CallRecorder recorder;
+    PerfTest test;
+    apply(test, c.settings);
+    test.setDelegate(&recorder);
+    for (const QString &chunk : c.chunks)
+        test.didReceivePerfTestRespnose(chunk);
+    if (c.stoppedBeforeTheEnd)
+        test.stop();
+    if (c.rest)
+        test.processDidEnd(c.rest->first, c.rest->second);
+    EXPECT_EQ(recorder.calls, c.calls);
+    EXPECT_EQ(test.hasTestFinished(), c.decided);
+}
+
+using Rest = std::pair<QByteArray, QByteArray>;
+const Settings kTcp{};
+const Settings kTcp3s{.duration = 3};
+const QString kUdpLine = QStringLiteral("RESULT_$#0.00-1.00 sec$#524288$#4194304$#0.012 ms$#0/8 (0%)$#receiver\n");
+const QString kConnection = QStringLiteral("Connecting to host 127.0.0.1, port 5201\n"
+                                           "[  5] local 127.0.0.1 port 40000 connected to 127.0.0.1 port 5201\n");
+const QString kTcpFinal3s = QStringLiteral("- - - - - - - - - - - - -\n[  5]   0.00-3.00   sec  1.00 KBytes  8 Kbits/sec    0    sender\n"
+                                           "Finished_$#0.00-3.00 sec$#1000$#8000$#sender\n[  5]   0.00-3.00   sec  0.99 KBytes  7.9 Kbits/sec  receiver\n"
+                                           "Finished_$#0.00-3.00 sec$#990$#7900$#receiver\n\niperf Done.\n");
+const QString kOne = QStringLiteral("RESULT_$#0.00-1.00 sec$#1$#8$#sender\n");
+const QString kFinal3s = QStringLiteral("Finished_$#0.00-3.00 sec$#1$#8$#sender\n");
+const QStringList kFinal3sCalls{"interval 0.00-3.00 1 8", "finished 0.00-3.00 1 8"};
+
+INSTANTIATE_TEST_SUITE_P(
+    PerfTest, Parser,
+    ::testing::Values(
+        // Intervals
+        ParserCase{"IntervalLinesUnitWordsDropped", kTcp,
+                   {"RESULT_$#0.00-1.00 sec$#524288$#4194304$#sender\n", "x\nRESULT_$#1.00-2.00 sec$#512 KBytes$#4096 Kbits/sec$#sender\n"},
+                   {"interval 0.00-1.00 524288 4194304", "interval 1.00-2.00 512 4096"}, false},
+        ParserCase{"FormatIsCopied", {.format = 1}, {kOne}, {"interval 0.00-1.00 1 8 fmt=1"}, false},
+        ParserCase{"UdpIntervalWithoutReverseHasNoJitter", {.testType = 1}, {kUdpLine}, {"interval 0.00-1.00 524288 4194304"}, false},
+        ParserCase{"UdpReverseIntervalHasJitterAndLoss", {.testType = 1, .reverse = 1}, {kUdpLine},
+                   {"interval 0.00-1.00 524288 4194304 0.012 ms|0/8 (0%)"}, false},
+        ParserCase{"ChunkStartingWithTagIsOneLine", kTcp, {"RESULT_$#0.00-1.00 sec$#100$#800$#sender\nRESULT_$#1.00-2.00 sec$#200$#1600$#sender\n"},
+                   {"interval 0.00-1.00 100 800"}, false},
+        ParserCase{"TextBeforeFirstTagIsDropped", kTcp,
+                   {"[  5]   0.00-1.00   sec   100 Bytes  0.80 Kbits/sec\nRESULT_$#0.00-1.00 sec$#100$#800$#sender\n"
+                    "[  5]   1.00-2.00   sec   200 Bytes  1.60 Kbits/sec\nRESULT_$#1.00-2.00 sec$#200$#1600$#sender\n"},
+                   {"interval 0.00-1.00 100 800", "interval 1.00-2.00 200 1600"}, false},
+        ParserCase{"IntervalWithoutDashIsSkipped", kTcp, {"x\nRESULT_$#1.00 sec$#100$#800$#sender\nRESULT_$#1.00-2.00 sec$#200$#1600$#sender\n"},
+                   {"interval 1.00-2.00 200 1600"}, false},
+        ParserCase{"TooFewFieldsReportNothing", kTcp, {"RESULT_$#0.00-1.00 sec$#100\n"}, {}, false},
+        ParserCase{"LineCutInTheRate", kTcp, {"RESULT_$#0.00-1.00 sec$#524288$#41", "94304$#sender\n"}, {"interval 0.00-1.00 524288 41"}, false},
+        ParserCase{"ConnectionChunkReportsOnlyTheAddress", kTcp, {kConnection + "[ ID] Interval\n" + kOne}, {"ip 127.0.0.1"}, false},
+        ParserCase{"ResultsAfterTheConnectionChunk", kTcp, {kConnection, kOne}, {"ip 127.0.0.1", "interval 0.00-1.00 1 8"}, false},
+        ParserCase{"ConnectionLinesNamingNoAddress", kTcp,
+                   {"[  5] connected to 10.0.0.1 port 5201\n" + kOne, "port 1: local 10.0.0.7 connected to 10.0.0.1\nRESULT_$#1.00-2.00 sec$#2$#16$#sender\n"},
+                   {"interval 0.00-1.00 1 8", "interval 1.00-2.00 2 16"}, false},
+        // Final lines
+        ParserCase{"FinalBlockReportsFirstFinalLineTwice", kTcp3s, {kTcpFinal3s},
+                   {"interval 0.00-3.00 1000 8000", "finished 0.00-3.00 1000 8000"}, true},
+        ParserCase{"FinalEndShortOfDurationGoesOn", kTcp,
+                   {"- - -\nFinished_$#0.00-9.99 sec$#1$#8$#sender\nFinished_$#0.00-10.00 sec$#2$#16$#receiver\n"},
+                   {"interval 0.00-9.99 1 8", "interval 0.00-10.00 2 16", "finished 0.00-10.00 2 16"}, true},
+        ParserCase{"ShortFinalLineStillCompletesTheChunk", kTcp, {"- - -\nFinished_$#0.00-9.99 sec$#1$#8$#sender\n", kOne},
+                   {"interval 0.00-9.99 1 8", "finished 0.00-9.99 1 8"}, true},
+        ParserCase{"ZeroDurationStopsAtTheFirstFinalLine", {.duration = 0},
+                   {"- - -\nFinished_$#short\nFinished_$#0.00-1.00 sec$#1$#8$#sender\n"}, {"finished nil-nil 0 0"}, true},
+        ParserCase{"UdpFinalLinesCarryJitterWithoutReverse", {.testType = 1, .duration = 3},
+                   {"- - -\nFinished_$#0.00-3.00 sec$#393375$#1049000$#0.000 ms$#0/12 (0%)$#sender\n"},
+                   {"interval 0.00-3.00 393375 1049000 0.000 ms|0/12 (0%)", "finished 0.00-3.00 393375 1049000 0.000 ms|0/12 (0%)"}, true},
+        ParserCase{"ChunkStartingWithFinalTagIsOneLine", kTcp3s, {kFinal3s + "Finished_$#0.00-3.00 sec$#2$#16$#receiver\n"}, kFinal3sCalls, true},
+        ParserCase{"AResultLineEndsTheFinalLines", kTcp,
+                   {"x\nFinished_$#0.00-1.00 sec$#5$#40$#sender\nRESULT_$#1.00-2.00 sec$#6$#48$#sender\nFinished_$#0.00-2.00 sec$#7$#56$#receiver\n"},
+                   {"interval 1.00-2.00 6 48", "interval 0.00-1.00 5 40", "finished 0.00-1.00 5 40"}, true},
+        ParserCase{"DecidedTestIgnoresLaterChunks", kTcp3s, {kTcpFinal3s, kOne, "iperf3: error - late\n"},
+                   {"interval 0.00-3.00 1000 8000", "finished 0.00-3.00 1000 8000"}, true},
+        // Errors
+        ParserCase{"ErrorFailsWithTheWholeChunk", kTcp, {"iperf3: error - unable to connect to server: Connection refused\n"},
+                   {"fail iperf3: error - unable to connect to server: Connection refused\n"}, false},
+        ParserCase{"ErrorLineEndsIntervalHandling", kTcp, {"x\n" + kOne + "iperf3: error - control socket has closed\n" + kOne},
+                   {"interval 0.00-1.00 1 8", "fail x\n" + kOne + "iperf3: error - control socket has closed\n" + kOne}, false},
+        ParserCase{"FailureDoesNotDecideTheTest", kTcp, {"iperf3: error - x\n", kOne}, {"fail iperf3: error - x\n", "interval 0.00-1.00 1 8"}, false},
+        ParserCase{"ErrorAfterALastFinalLineFailsAndDecides", kTcp, {"x\nFinished_$#0.00-10.00 sec$#1$#8$#sender\niperf3: error - y\n", kOne},
+                   {"interval 0.00-10.00 1 8", "fail x\nFinished_$#0.00-10.00 sec$#1$#8$#sender\niperf3: error - y\n"}, true},
+        ParserCase{"PlainTextReportsNothing", kTcp, {QString(), "", "iperf Done.\n", "Connecting to host 127.0.0.1, port 5201\n", "- - - -\n"}, {}, false},
+        // The end of the shell
+        ParserCase{"FinalLinesLeftAreParsed", kTcp3s, {}, kFinal3sCalls, true, Rest{"x\n" + kFinal3s.toUtf8(), ""}},
+        ParserCase{"DoneWithErrorGoesToTheParser", kTcp3s, {}, {"fail iperf3: error - x\niperf Done.\n"}, false,
+                   Rest{"iperf3: error - x\niperf Done.\n", "boom\n"}},
+        ParserCase{"ErrorUsesStandardError", kTcp3s, {}, {"fail iperf3: error - x on stderr\n"}, true,
+                   Rest{"iperf3: error - x\n", "iperf3: error - x on stderr\n"}},
+        ParserCase{"ErrorWithoutStandardErrorUsesTheOutput", kTcp3s, {}, {"fail iperf3: error - x\n"}, true, Rest{"iperf3: error - x\n", ""}},
+        ParserCase{"PlainRestReportsNothing", kTcp3s, {}, {}, false, Rest{"Connecting to host\n", "sh: 1: not found\n"}},
+        ParserCase{"NothingAfterAStop", kTcp3s, {}, {}, false, Rest{"iperf3: error - x\n", "boom\n"}, true},
+        ParserCase{"NothingAfterADecision", kTcp3s, {kFinal3s}, kFinal3sCalls, true, Rest{"iperf3: error - x\n", "boom\n"}},
+        ParserCase{"UndecodableRestReportsNothing", kTcp3s, {}, {}, false, Rest{"\xff iperf3: error - x\n", "boom\n"}}),
+    [](const auto &info) { return std::string(info.param.name); });
+
+// A delegate may stop or destroy the test from inside a callback; the rest of
+// the chunk then reports nothing.
+TEST(PerfTestParser, ACallbackMayStopOrDestroyTheTest)
+{
+    const QString chunk = "x\n" + kOne + kOne + QStringLiteral("Finished_$#0.00-10.00 sec$#1$#8$#sender\n");
+    CallRecorder stopper;
+    PerfTest test;
+    test.setDelegate(&stopper);
+    stopper.onCall = [&test] { test.stop(); };
+    test.didReceivePerfTestRespnose(chunk);
+    EXPECT_EQ(stopper.calls, QStringList{"interval 0.00-1.00 1 8"});
+
+    CallRecorder destroyer;
+    auto *doomed = new PerfTest;
+    doomed->setDelegate(&destroyer);
+    destroyer.onCall = [&doomed] { delete std::exchange(doomed, nullptr); };
+    doomed->didReceivePerfTestRespnose(chunk);
+    EXPECT_EQ(destroyer.calls, QStringList{"interval 0.00-1.00 1 8"});
+}
+
+TEST(PerfTestParser, GoneDelegateIsNeverCalled)
+{
+    PerfTest test;
+    test.setDelegate(std::make_unique<CallRecorder>().get());
+    EXPECT_EQ(test.delegate(), nullptr);
+    // Without a delegate the connection line does not end the chunk.
+    test.didReceivePerfTestRespnose(kConnection + kOne);
+    EXPECT_EQ(test.result()->endTime, QStringLiteral("1.00"));
+    test.didReceivePerfTestRespnose(QStringLiteral("x\nFinished_$#0.00-10.00 sec$#1$#8$#sender\n"));
+    EXPECT_TRUE(test.hasTestFinished());
+}
+
+// A settings store of the test's own, so the interface list is under control.
+class Coordinator : public ::testing::Test
+{
+protected:
+    QTemporaryDir m_dir;
+    SettingsStore m_store{m_dir.filePath(QStringLiteral("settings.ini"))};
+};
+
+struct InterfaceCase
+{
+    const char *name;
+    QString stored; // the "IPAddresss" text; null: nothing stored
+    QString address;
+    QString expected; // null: still unknown
+};
+
+class InterfaceName : public Coordinator, public ::testing::WithParamInterface<InterfaceCase> {};
+
+TEST_P(InterfaceName, FromTheStoredInterfaceList)
+{
+    if (!GetParam().stored.isNull())
+        m_store.setObject(GetParam().stored, QStringLiteral("IPAddresss"));
+    PerfHelper helper(m_store);
+    helper.didResolvedLocalIP(GetParam().address);
+    EXPECT_EQ(helper.localIP, GetParam().address);
+    EXPECT_EQ(helper.usedInterfaceName().isNull(), GetParam().expected.isNull());
+    EXPECT_EQ(helper.usedInterfaceName(), GetParam().expected);
+}
+
+const QString kTwo = QStringLiteral("Wi-Fi (Primary): 192.168.1.5, Ethernet: 10.0.0.2");
+
+INSTANTIATE_TEST_SUITE_P(
+    PerfHelper, InterfaceName,
+    ::testing::Values(InterfaceCase{"LaterEntryKeepsItsLeadingBlank", kTwo, "10.0.0.2", " Ethernet"},
+                      InterfaceCase{"WiDashFiIsNotAWiFiSpelling", kTwo, "192.168.1.5", "Wi-Fi"},
+                      InterfaceCase{"AirPortIsWiFi", "AirPort (Primary): 192.168.1.5, Ethernet: 10.0.0.2", "192.168.1.5", "WiFi"},
+                      InterfaceCase{"LowerAirPortIsWiFi", "airPort: 10.0.0.2", "10.0.0.2", "WiFi"},
+                      InterfaceCase{"IEEE80211IsWiFi", "IEEE80211: 10.0.0.2", "10.0.0.2", "WiFi"},
+                      InterfaceCase{"LeadingBlankSpoilsAWiFiSpelling", "Ethernet: 10.0.0.2, AirPort: 192.168.1.5", "192.168.1.5", " AirPort"},
+                      InterfaceCase{"NothingStoredIsWiFi", {}, "10.0.0.2", "WiFi"},
+                      InterfaceCase{"AddressNotListedIsWiFi", kTwo, "172.16.0.9", "WiFi"},
+                      InterfaceCase{"EmptyAddressIsWiFi", kTwo, "", "WiFi"},
+                      InterfaceCase{"SuffixMatch", "Ethernet: 192.168.1.5", "1.5", "Ethernet"},
+                      InterfaceCase{"ListedButNoEntryEndsWithIt", "Ethernet: 10.0.0.25", "10.0.0.2", {}},
+                      InterfaceCase{"LastMatchWins", "IEEE80211: 10.0.0.2, Ethernet: 10.0.0.2", "10.0.0.2", " Ethernet"},
+                      InterfaceCase{"LastMatchWinsWiFi", "Ethernet: 10.0.0.2,IEEE80211: 10.0.0.2", "10.0.0.2", "WiFi"},
+                      InterfaceCase{"EveryPrimaryMarkRemoved", "en0 (Primary) (Primary): 10.0.0.2", "10.0.0.2", "en0"},
+                      InterfaceCase{"EntryWithoutNameNamesNothing", "10.0.0.2", "10.0.0.2", {}},
+                      InterfaceCase{"Ipv6EntryNamedBeforeFirstColon", "Ethernet: fe80::1", "fe80::1", "Ethernet"}),
+    [](const auto &info) { return std::string(info.param.name); });
+
+TEST_F(Coordinator, RecordsAreStampedOnceTheInterfaceIsKnown)
+{
+    m_store.setObject(QStringLiteral("Loopback: 127.0.0.1"), QStringLiteral("IPAddresss"));
+    auto recorder = std::make_unique<CallRecorder>();
+    PerfHelper helper(m_store);
+    helper.setDelegate(recorder.get());
+    const PerfResultPtr records[] = {std::make_shared<PerfResult>(), std::make_shared<PerfResult>(), std::make_shared<PerfResult>()};
+    helper.reportInterval(records[0]);
+    helper.didResolvedLocalIP(QStringLiteral("127.0.0.1"));
+    helper.reportInterval(records[1]);
+    helper.testDidFinished(records[2]);
+    helper.testDidFail(QStringLiteral("iperf3: error - x\n"));
+    EXPECT_EQ(recorder->calls, (QStringList{"interval nil-nil 0 0 if=nil", "interval nil-nil 0 0 if=Loopback",
+                                            "finished nil-nil 0 0 if=Loopback", "fail iperf3: error - x\n"}));
+    EXPECT_EQ(recorder->records, QList<PerfResultPtr>(std::begin(records), std::end(records))); // not copies
+    // A destroyed delegate is forgotten, not called.
+    recorder.reset();
+    EXPECT_EQ(helper.delegate(), nullptr);
+    helper.reportInterval(records[0]);
+    helper.testDidFinished(records[2]);
+    helper.testDidFail(QStringLiteral("x"));
+}
+
+TEST_F(Coordinator, StopBeforeRunStartsNothing)
+{
+    PerfHelper helper(m_store);
+    helper.stopTest();
+    helper.runTest();
+    EXPECT_TRUE(helper.test().hasCancelled());
+    EXPECT_EQ(helper.test().processId(), 0);
+}
+
+// The real launcher from the build tree, placed at the tool path, against
+// stock one-off iperf3 servers on free loopback ports.
+class EndToEnd : public Coordinator
+{
+protected:
+    void SetUp() override
+    {
+        TidewaveUtils::copyiPerfExecutableToAppSupportDir(); // as at start-up
+        m_store.setObject(QStringLiteral("Wi-Fi (Primary): 192.168.1.5, Loopback: 127.0.0.1"), QStringLiteral("IPAddresss"));
+    }
+
+    quint16 stockServer()
+    {
+        const quint16 port = TestEnvironment::freeTcpPort();
+        QProcess &server = *m_servers.emplace_back(std::make_unique<QProcess>());
+        server.start(QStringLiteral("iperf3"), QStringLiteral("-s -1 -B 127.0.0.1 -p %1").arg(port).split(QLatin1Char(' ')));
+        EXPECT_TRUE(waitUntil([port] { return TestEnvironment::tcpPortListening(port); }, 5s));
+        return port;
+    }
+
+    // A coordinator's test: TCP at a rate in Mbit/s, or reverse UDP in Kbit/s
+    // with 4 KB datagrams.
+    PerfHelperPtr start(CallRecorder &recorder, quint16 port, bool udp, qint64 rate, qint64 duration)
+    {
+        auto helper = std::make_shared<PerfHelper>(m_store);
+        helper->setDelegate(&recorder);
+        helper->serverIP = QStringLiteral("127.0.0.1");
+        helper->serverPort = port;
+        helper->duration = duration;
+        helper->stats_interval = 1;
+        helper->testType = helper->reverse = helper->bandwidthformat = udp;
+        helper->bufferLength = udp ? 4 : 128;
+        helper->sendBandwidth = rate;
+        helper->invalidTestDuration = 9;
+        helper->runTest();
+        // Until the tool names the connection's address: the interface list's last.
+        EXPECT_EQ(helper->localIP, TidewaveUtils::getIPAddress());
+        EXPECT_EQ(helper->test().invalidTestDuration, 9);
+        m_groups << helper->test().processId(); // the shell's, with the launcher and iperf3
+        return helper;
+    }
+
+    std::vector<std::unique_ptr<QProcess>> m_servers; // killed with their QProcess
+    QList<qint64> m_groups;
+};
+
+// Intervals ending at 1 and 2 s, then the final record as an interval and
+// again as the result; every record stamped, its figures the tool's.
+void expectComplete(const CallRecorder &recorder, double bitsPerSecond, bool udp)
+{
+    ASSERT_EQ(recorder.records.size(), 4) << recorder.calls.join('\n').toStdString();
+    EXPECT_TRUE(recorder.calls.last().startsWith(QLatin1String("finished 0.00-2.")));
+    EXPECT_EQ(recorder.records[2], recorder.records[3]);
+    for (int i = 0; i < 4; ++i) {
+        const PerfResult &r = *recorder.records[i];
+        EXPECT_EQ(SettingsStore::leadingInteger(r.endTime), i == 0 ? 1 : 2) << recorder.calls[i].toStdString();
+        EXPECT_EQ(r.interfaceName, QStringLiteral(" Loopback"));
+        EXPECT_NEAR(r.sentBandwidth / bitsPerSecond, 1.0, 0.25) << recorder.calls[i].toStdString();
+        const double seconds = r.endTime.toDouble() - r.startTime.toDouble();
+        EXPECT_NEAR(r.sentBytes * 8 / (r.sentBandwidth * seconds), 1.0, 0.02) << recorder.calls[i].toStdString();
+        EXPECT_EQ(r.jitter.endsWith(QLatin1String(" ms")) && r.lostTotalDataGrams.contains(QLatin1Char('/')), udp);
+        EXPECT_EQ(r.bandwidthformat, udp ? 1 : 0);
+    }
+}
+
+// Runs side by side: a TCP and a reverse UDP test complete, a refused
+// connection fails with iperf3's own text, a server that never answers ends
+// in the no-response time-out (which the answered runs never get), and runs
+// stopped or dropped mid-test end their processes and report nothing more.
+TEST_F(EndToEnd, RunsEndAsTheirServersAnswerOrTheUserStops)
+{
+    QTcpServer silent;
+    ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
+    CallRecorder tcp, udp, refused, unanswered, stopped, dropped;
+    const quint16 udpPort = stockServer();
+    PerfHelperPtr gone = start(dropped, stockServer(), false, 100, 10);
+    const QList<PerfHelperPtr> helpers{start(tcp, stockServer(), false, 100, 2), start(udp, udpPort, true, 1000, 2),
+                                       start(refused, TestEnvironment::freeTcpPort(), false, 0, 2),
+                                       start(unanswered, silent.serverPort(), false, 0, 2), start(stopped, stockServer(), false, 100, 10)};
+    EXPECT_EQ(helpers[1]->test().iperfOptions().join(QLatin1Char('|')),
+              QStringLiteral("./iperf3 |-c|127.0.0.1|-p%1|-R|-u|-l4KB|-b1000K|-t2|-i1").arg(udpPort));
+    ASSERT_TRUE(waitUntil([&] { return !stopped.calls.isEmpty() && !dropped.calls.isEmpty(); }, 5s));
+    const QStringList atStop = stopped.calls + dropped.calls;
+    helpers[4]->stopTest();
+    gone.reset();
+    ASSERT_TRUE(waitUntil([&] { return !unanswered.calls.isEmpty(); }, 7s));
+    ASSERT_TRUE(waitUntil([&] { return std::ranges::all_of(m_groups, [](qint64 g) { return TestEnvironment::groupMembers(g).isEmpty(); }); }, 5s));
+    EXPECT_FALSE(helpers[4]->test().isRunning());
+
+    expectComplete(tcp, 100e6, false);
+    expectComplete(udp, 1e6, true);
+    EXPECT_EQ(helpers[0]->localIP, QStringLiteral("127.0.0.1"));
+    EXPECT_EQ(helpers[0]->usedInterfaceName(), QStringLiteral(" Loopback"));
+    EXPECT_EQ(refused.calls, QStringList{"fail iperf3: error - unable to connect to server: Connection refused\n"});
+    EXPECT_EQ(unanswered.calls, QStringList{"fail Connection timedout, no Response received from server."});
+    EXPECT_TRUE(silent.hasPendingConnections()) << "the tool did connect";
+    EXPECT_EQ(stopped.calls + dropped.calls, atStop);
+}
+
+} // namespace
