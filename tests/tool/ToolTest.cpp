@@ -1,0 +1,310 @@
+#include "LineTagger.h"
+
+#include "common/TestEnvironment.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QTcpServer>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+using namespace std::chrono_literals;
+using TestEnvironment::waitUntil;
+
+const auto kByName = [](const auto &info) { return std::string(info.param.name); };
+
+namespace {
+
+const std::string kUdpReceiver = "[ ID] Interval           Transfer     Bitrate         Jitter    Lost/Total Datagrams";
+
+struct LineCase
+{
+    const char *name;
+    std::string line;
+    std::string tagged; // without its "\n"; empty: no tagged line
+    std::string header = "[ ID] Interval           Transfer     Bitrate"; // the column header seen before
+};
+
+class LineTaggerLines : public ::testing::TestWithParam<LineCase> {};
+
+TEST_P(LineTaggerLines, TagsReportLinesOnly)
+{
+    LineTagger tagger;
+    EXPECT_FALSE(tagger.tag(GetParam().header).has_value());
+    EXPECT_EQ(tagger.tag(GetParam().line).value_or(""), GetParam().tagged.empty() ? "" : GetParam().tagged + "\n");
+}
+
+// UDP receiver intervals whose jitter or loss columns are not iperf3's get five fields.
+const std::string kOneK = "[  5]   0.00-1.00   sec  1.00 KBytes  8 Kbits/sec  ";
+const std::string kFive = "RESULT_$#0.00-1.00 sec$#1019$#8000$#receiver";
+
+INSTANTIATE_TEST_SUITE_P(
+    Shapes, LineTaggerLines,
+    ::testing::Values(
+        LineCase{"UdpReceiverInterval", kOneK + "0.020 ms  76/76 (1e+02%)  ", "RESULT_$#0.00-1.00 sec$#1019$#8000$#0.020 ms$#76/76 (1e+02%)$#receiver", kUdpReceiver},
+        LineCase{"JitterNotANumber", kOneK + "x ms  0/8 (0%)", kFive, kUdpReceiver},
+        LineCase{"JitterWithoutUnit", kOneK + "0.020 s  0/8 (0%)", kFive, kUdpReceiver},
+        LineCase{"LossWithoutSlash", kOneK + "0.020 ms  08 (0%)", kFive, kUdpReceiver},
+        LineCase{"LossCountWithWords", kOneK + "0.020 ms  0/8error (0%)", kFive, kUdpReceiver},
+        LineCase{"PercentWithoutParenthesis", kOneK + "0.020 ms  0/8 0%)", kFive, kUdpReceiver},
+        LineCase{"PercentUnclosed", kOneK + "0.020 ms  0/8 (0%", kFive, kUdpReceiver},
+        LineCase{"PercentWithWords", kOneK + "0.020 ms  0/8 (0x%)", kFive, kUdpReceiver},
+        LineCase{"TooFewLossColumns", kOneK + "0.020 ms  0/8", kFive, kUdpReceiver},
+        LineCase{"StockRateUnits", "[  5]   0.00-1.00   sec  2.10 GBytes  18.0 Gbits/sec", "RESULT_$#0.00-1.00 sec$#2250000000$#18000000000$#receiver"},
+        LineCase{"TabsSeparate", "[\t5]\t0.00-1.00\tsec\t640 Bytes\t5.13 Kbits/sec", "RESULT_$#0.00-1.00 sec$#640$#5130$#receiver"},
+        // BYTES: rate x printed interval within the Transfer column's window; under 0.5 s, the column.
+        LineCase{"RateAboveWindow", "[  5]   2.00-3.01   sec  1.50 GBytes  12822223 Kbits/sec", "RESULT_$#2.00-3.01 sec$#1615981445$#12822223000$#receiver"},
+        LineCase{"RateBelowWindow", "[  5]   0.00-1.00   sec  1.50 GBytes  1000 Kbits/sec", "RESULT_$#0.00-1.00 sec$#1605244027$#1000000$#receiver"},
+        LineCase{"HalfSecondUsesRate", "[  5]   0.00-0.50   sec  2.41 MBytes  40365 Kbits/sec", "RESULT_$#0.00-0.50 sec$#2522813$#40365000$#receiver"},
+        LineCase{"ShortTailUsesTransfer", "[  5]   3.00-3.49   sec  1.25 MBytes  2966269 Kbits/sec", "RESULT_$#3.00-3.49 sec$#1310720$#2966269000$#receiver"},
+        LineCase{"WholeBytesAreExact", "[  5]   1.00-2.00   sec   640 Bytes  5.13 Kbits/sec", "RESULT_$#1.00-2.00 sec$#640$#5130$#receiver"},
+        LineCase{"NothingSent", "[  5]   1.00-2.00   sec  0.00 Bytes  0.00 Kbits/sec", "RESULT_$#1.00-2.00 sec$#0$#0$#receiver"},
+        LineCase{"Terabytes", "[  5]   0.00-10.00  sec  1.00 TBytes  879609302 Kbits/sec", "RESULT_$#0.00-10.00 sec$#1099511627500$#879609302000$#receiver"},
+        // Counts must fit a 64-bit integer.
+        LineCase{"RateAtTheLimit", "[  5]   0.00-1.00   sec  1.00 KBytes  9000000000000000 Kbits/sec", ""},
+        LineCase{"TransferAtTheLimit", "[  5]   0.00-1.00   sec  9000000000000000000 Bytes  8 Kbits/sec", ""},
+        // Not a per-stream report line.
+        LineCase{"Omitted", kOneK + "(omitted)", ""},
+        LineCase{"Sum", "[SUM]   0.00-1.00   sec  1.00 KBytes  8 Kbits/sec", ""},
+        LineCase{"Bidirectional", "[  5][TX-C]   0.00-1.00   sec  1.00 KBytes  8 Kbits/sec", ""},
+        LineCase{"TwoWordId", "[ 5 6]   0.00-1.00   sec  1.00 KBytes  8 Kbits/sec", ""},
+        LineCase{"IdOnly", "[  5]", ""},
+        LineCase{"Unclosed", "[  5   0.00-1.00   sec  1.00 KBytes  8 Kbits/sec", ""},
+        LineCase{"NoSecWord", "[  5]   0.00-1.00   s  1.00 KBytes  8 Kbits/sec", ""},
+        LineCase{"TooFewColumns", "[  5]   0.00-1.00   sec  1.00 KBytes  8", ""},
+        LineCase{"NoIntervalDash", "[  5]   1.00   sec  1.00 KBytes  8 Kbits/sec", ""},
+        LineCase{"NegativeStart", "[  5]   -1.00-1.00   sec  1.00 KBytes  8 Kbits/sec", ""},
+        LineCase{"TransferNotANumber", "[  5]   0.00-1.00   sec  1.0x KBytes  8 Kbits/sec", ""},
+        LineCase{"RateNotANumber", "[  5]   0.00-1.00   sec  1.00 KBytes  inf Kbits/sec", ""},
+        LineCase{"UnknownUnit", "[  5]   0.00-1.00   sec  2.10 Gallons  8 Kbits/sec", ""},
+        LineCase{"UnitsSwapped", "[  5]   0.00-1.00   sec  1.00 Kbits/sec  8 KBytes", ""},
+        LineCase{"Error", "iperf3: error - unable to connect to server: Connection refused", ""}), kByName);
+
+class LineTaggerGolden : public ::testing::TestWithParam<std::string> {};
+
+// Captured iperf3 output (after the line naming its command), each report line followed
+// by its tagged line, as the launcher writes it.
+TEST_P(LineTaggerGolden, MatchesReviewedOutput)
+{
+    QFile captured(TestEnvironment::dataDir() + QStringLiteral("/tool/iperf3-3.12-%1.txt").arg(QString::fromStdString(GetParam())));
+    QFile reviewed(QString(captured.fileName()).replace(QStringLiteral(".txt"), QStringLiteral(".tagged")));
+    ASSERT_TRUE(captured.open(QIODevice::ReadOnly) && reviewed.open(QIODevice::ReadOnly)) << captured.fileName().toStdString();
+    ASSERT_TRUE(captured.readLine().startsWith("# captured from iperf 3.12"));
+    LineTagger tagger;
+    QByteArray out;
+    for (QByteArray line; !(line = captured.readLine()).isEmpty();)
+        out += line + QByteArray::fromStdString(tagger.tag(line.chopped(1).toStdString()).value_or(""));
+    EXPECT_EQ(out, reviewed.readAll());
+}
+
+INSTANTIATE_TEST_SUITE_P(Captures, LineTaggerGolden,
+                         ::testing::Values("client-tcp", "client-tcp-reverse", "client-udp", "client-udp-reverse", "client-udp-slow",
+                                           "client-tcp-parallel-omit", "server"),
+                         [](const auto &info) { return QString::fromStdString(info.param).remove('-').toStdString(); });
+
+// The launcher in a process group of its own; its standard output a packet socket, so
+// every write it makes arrives as one message, kept with the time it was read.
+class Launch
+{
+public:
+    explicit Launch(const QStringList &arguments) {
+        int sockets[2] = {-1, -1};
+        socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets);
+        m_out = sockets[0];
+        m_process.setStandardInputFile(QProcess::nullDevice());
+        m_process.setChildProcessModifier([out = sockets[1]] {
+            setpgid(0, 0);
+            dup2(out, STDOUT_FILENO);
+        });
+        m_process.start(TestEnvironment::binDir() + QStringLiteral("/mac-native-iperf"), arguments);
+        close(sockets[1]);
+        pid = static_cast<pid_t>(m_process.processId());
+        m_clock.start();
+    }
+    ~Launch() {
+        if (m_process.state() != QProcess::NotRunning)
+            ::kill(-pid, SIGKILL);
+        m_process.waitForFinished(5000);
+        close(m_out);
+    }
+
+    // Reads what has come so far; whether the launcher has exited.
+    bool ended() {
+        const bool exited = m_process.state() == QProcess::NotRunning;
+        for (char buffer[1 << 16]; const ssize_t n = recv(m_out, buffer, sizeof buffer, MSG_DONTWAIT);) {
+            if (n < 0)
+                break;
+            writes.append(QByteArray(buffer, n));
+            times.append(m_clock.elapsed());
+        }
+        return exited;
+    }
+    QByteArray output() {
+        ended();
+        return writes.join();
+    }
+    QByteArray errors() { return m_errors += m_process.readAllStandardError(); }
+    // The exit status; -1 when a signal ended the launcher itself.
+    int exitCode() const { return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1; }
+
+    pid_t pid = 0;
+    QList<QByteArray> writes;
+    QList<qint64> times; // when each write was read, ms after the start
+
+private:
+    QProcess m_process;
+    QByteArray m_errors;
+    int m_out = -1;
+    QElapsedTimer m_clock;
+};
+
+// Each tagged line against the report line written with it: the interval, the rate to the bit,
+// BYTES within the Transfer column's precision, jitter and loss as printed, the role, and
+// seven fields on UDP summaries and UDP receiver intervals, five on the others.
+void expectTaggedReports(const Launch &launch, const QByteArray &role, bool udp, const QList<QByteArray> &summaryRoles)
+{
+    QList<QByteArray> roles;
+    QList<long> halfSeconds; // interval ends; a short tail may repeat the last
+    for (const QByteArray &write : launch.writes) {
+        const QList<QByteArray> lines = write.split('\n');
+        EXPECT_TRUE(lines.last().isEmpty()) << "a write of whole lines: " << write.constData();
+        if (lines.size() < 2 || !(lines[1].startsWith("RESULT_") || lines[1].startsWith("Finished_"))) {
+            EXPECT_FALSE(write.contains("RESULT_") || write.contains("Finished_")) << write.constData();
+            continue;
+        }
+        ASSERT_EQ(lines.size(), 3) << "a report line and its tagged line: " << write.constData();
+        const QList<QByteArray> tag = lines[1].split('$');
+        const QList<QByteArray> words = lines[0].mid(lines[0].indexOf(']') + 1).simplified().split(' ');
+        const bool summary = lines[1].startsWith("Finished_");
+        ASSERT_EQ(tag.size(), udp && (summary || role == "receiver") ? 7 : 5) << write.constData();
+        EXPECT_EQ(tag[1], "#" + words[0] + " sec");
+        const double unit = std::pow(1024.0, QList<QByteArray>{"Bytes", "KBytes", "MBytes", "GBytes"}.indexOf(words[3]));
+        const qsizetype dot = words[2].indexOf('.');
+        const double halfDigit = 0.5 * std::pow(10.0, dot < 0 ? 0 : dot + 1 - words[2].size()) * unit;
+        EXPECT_LE(std::abs(tag[2].mid(1).toDouble() - words[2].toDouble() * unit), halfDigit + 1) << write.constData();
+        EXPECT_EQ(words[5], "Kbits/sec");
+        EXPECT_EQ(tag[3].mid(1).toLongLong(), std::llround(words[4].toDouble() * 1000));
+        if (tag.size() == 7) {
+            EXPECT_EQ(tag[4] + tag[5], "#" + words[6] + " ms#" + words[8] + " " + words[9]);
+        }
+        EXPECT_EQ(tag.last(), "#" + (summary ? words.last() : role));
+        if (summary)
+            roles.append(words.last());
+        else if (const long end = std::lround(words[0].mid(words[0].indexOf('-') + 1).toDouble() * 2); !halfSeconds.contains(end))
+            halfSeconds.append(end);
+    }
+    EXPECT_EQ(halfSeconds, (QList<long>{1, 2}));
+    EXPECT_EQ(roles, summaryRoles);
+}
+
+struct Direction
+{
+    const char *name, *options; // the client's
+};
+
+class LauncherPair : public ::testing::TestWithParam<Direction> {};
+
+// A one-second test between two launchers, paced to leave the cores to the tests beside it.
+TEST_P(LauncherPair, BothSidesTagEveryReport)
+{
+    const Direction &d = GetParam();
+    const QString port = QString::number(TestEnvironment::freeTcpPort());
+    Launch server({"./iperf3", "-s", "-1", "-p", port, "-i0.5"});
+    ASSERT_TRUE(waitUntil([&] { return server.output().contains("Server listening"); }, 5s));
+    Launch client(QStringList{"./iperf3", "-c", "127.0.0.1", "-p" + port, "-t1", "-i0.5"} + QString::fromLatin1(d.options).split(' '));
+    ASSERT_TRUE(waitUntil([&] { return client.ended() && server.ended(); }, 10s)) << client.output().constData();
+    EXPECT_EQ(client.exitCode() + server.exitCode(), 0);
+    EXPECT_EQ(client.errors() + server.errors(), "");
+    EXPECT_TRUE(server.output().contains("Accepted connection from 127.0.0.1"));
+    const bool udp = QByteArray(d.options).contains("-u"), reverse = QByteArray(d.options).contains("-R");
+    const QByteArray serverRole = reverse ? "sender" : "receiver";
+    expectTaggedReports(client, reverse ? "receiver" : "sender", udp, {"sender", "receiver"});
+    expectTaggedReports(server, serverRole, udp, {serverRole});
+
+    // The engine drops results read together with the connection line: that line must
+    // come at connect time, half a second before the first report, not flushed with it.
+    const auto firstWith = [&](const char *text) {
+        return std::ranges::find_if(client.writes, [&](const QByteArray &w) { return w.contains(text); }) - client.writes.begin();
+    };
+    const qsizetype connected = firstWith("connected to");
+    const qsizetype report = firstWith("RESULT_");
+    ASSERT_TRUE(connected < report && report < client.writes.size()) << client.output().constData();
+    EXPECT_GT(client.times[report] - client.times[connected], 200);
+}
+
+INSTANTIATE_TEST_SUITE_P(Loopback, LauncherPair,
+                         ::testing::Values(Direction{"Tcp", "-b100M"}, Direction{"TcpReverse", "-b100M -R"},
+                                           Direction{"Udp", "-u -b10M"}, Direction{"UdpReverse", "-u -b10M -R"}), kByName);
+
+struct End
+{
+    const char *name;
+    QStringList arguments;       // "PORT" stands for a free port, "TAKEN" for one in use
+    int signal;                  // sent once iperf3 listens; 0: none
+    int target;                  // 0 the launcher, 1 its process group, 2 its iperf3
+    bool freezeIperf;            // iperf3 is stopped first, so it cannot answer
+    int exitCode;                // the launcher's; -1: killed itself
+    QByteArray line;             // iperf3's last words, on both streams
+};
+
+class LauncherEnds : public ::testing::TestWithParam<End> {};
+
+// The launcher ends with iperf3's status and last words, on standard output for the
+// engine's parsers and on standard error for its end-of-process path; the signals it
+// handles reach iperf3, and however it is stopped, iperf3 does not stay behind.
+TEST_P(LauncherEnds, WithIperfsStatusAndLastWords)
+{
+    const End &e = GetParam();
+    QTcpServer occupant; // on every address, so iperf3 cannot bind its port
+    ASSERT_TRUE(occupant.listen(QHostAddress::Any));
+    const QString port = QString::number(TestEnvironment::freeTcpPort());
+    Launch launch(QStringList(e.arguments).replaceInStrings("TAKEN", QString::number(occupant.serverPort())).replaceInStrings("PORT", port));
+    TestEnvironment::Process iperf;
+    if (e.signal != 0) {
+        ASSERT_TRUE(waitUntil([&] { return launch.output().contains("Server listening"); }, 5s));
+        const QList<TestEnvironment::Process> all = TestEnvironment::liveProcesses(); // iperf3 is the only child
+        const auto child = std::ranges::find(all, qint64(launch.pid), &TestEnvironment::Process::parent);
+        ASSERT_NE(child, all.end());
+        iperf = *child;
+        // "./iperf3" dropped, the rest in order, then the launcher's own options.
+        EXPECT_EQ(iperf.arguments, (QList<QByteArray>{TIDEWAVE_IPERF3_PATH, "-s", "-p", port.toLatin1(), "--forceflush", "--format", "k"}));
+        ASSERT_TRUE(!e.freezeIperf || ::kill(static_cast<pid_t>(iperf.pid), SIGSTOP) == 0);
+        const pid_t targets[] = {launch.pid, -launch.pid, static_cast<pid_t>(iperf.pid)};
+        ASSERT_EQ(::kill(targets[e.target], e.signal), 0);
+    }
+    ASSERT_TRUE(waitUntil([&] { return launch.ended(); }, 8s));
+    EXPECT_EQ(launch.exitCode(), e.exitCode);
+    ASSERT_TRUE(waitUntil([&] { return !TestEnvironment::processAlive(iperf.pid); }, 5s));
+    EXPECT_EQ(launch.writes.contains(e.line), !e.line.isEmpty()) << launch.output().constData();
+    EXPECT_TRUE(launch.errors().contains(e.line)) << launch.errors().constData();
+    EXPECT_EQ(launch.output().contains("interrupt"), e.line.contains("interrupt"));
+}
+
+const QByteArray kInterrupted = "iperf3: interrupt - the server has terminated\n";
+const QStringList kServer{"./iperf3", "-s", "-p", "PORT"};
+
+INSTANTIATE_TEST_SUITE_P(
+    Iperf, LauncherEnds,
+    ::testing::Values(End{"NoArguments", {}, 0, 0, false, 1, "iperf3: parameter error - must either be a client (-c) or server (-s)\n"},
+                      // A first word that does not name iperf3 is an option like any other.
+                      End{"ConnectionRefused", {"-c", "127.0.0.1", "-pPORT", "-t1"}, 0, 0, false, 1,
+                          "iperf3: error - unable to connect to server: Connection refused\n"},
+                      End{"PortInUse", {"/usr/bin/iperf3", "-s", "-p", "TAKEN"}, 0, 0, false, 1,
+                          "iperf3: error - unable to start listener for connections: Address already in use\n"},
+                      End{"Term", kServer, SIGTERM, 0, false, 1, kInterrupted},
+                      End{"Interrupt", kServer, SIGINT, 0, false, 1, kInterrupted},
+                      End{"Hangup", kServer, SIGHUP, 0, false, 1, kInterrupted},
+                      End{"TermToGroup", kServer, SIGTERM, 1, false, 1, kInterrupted},
+                      End{"KillLauncher", kServer, SIGKILL, 0, false, -1, ""},
+                      End{"KillIperf", kServer, SIGKILL, 2, false, 128 + SIGKILL, ""},
+                      // Killed once the grace time is over.
+                      End{"IperfDeafToTerm", kServer, SIGTERM, 0, true, 128 + SIGKILL, ""}), kByName);
+
+} // namespace
