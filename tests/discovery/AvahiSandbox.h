@@ -1,66 +1,60 @@
 #pragma once
 
-#include <QByteArray>
-#include <QString>
+#include "common/TestEnvironment.h"
+#include "network/NetworkTestSupport.h"
+
 #include <QTemporaryDir>
 
-#include <memory>
+#include <gtest/gtest.h>
 
-class QProcess;
-
-// A private avahi-daemon for the tests, confined to a network namespace made
-// for this test process (tw-avahi-<pid>): its loopback, multicast on, is the
-// daemon's only interface. The daemon talks to a private system bus
-// (dbus-daemon with a permissive policy of its own) whose address is exported
-// as DBUS_SYSTEM_BUS_ADDRESS, and runs in a mount namespace of its own with a
-// tmpfs on /run, so its pid file and socket never meet another instance. The
-// test process moves its main thread into the namespace, so every socket the
-// code under test opens lives there too; nothing touches the host's network.
-//
-// Made on first use, torn down when the test program ends (daemons stopped,
-// namespace deleted, main thread back in its own namespace).
+// A private avahi-daemon in a network namespace of this test process, on its loopback only, talking to a private
+// dbus-daemon at the system bus address the test program exported, with /run of its own. The main thread moves into the
+// namespace, so no socket of the code under test touches the host's network. Made on first use, gone at program end.
 class AvahiSandbox
 {
 public:
-    // The sandbox, started if needed; nullptr when it cannot be made (see
-    // unavailableReason()).
-    static AvahiSandbox *shared();
-    static QString unavailableReason();
-    static void shutdown();
+    static AvahiSandbox *shared() // nullptr when it cannot be made (see reason)
+    {
+        if (!std::exchange(s_tried, true) && !(s_sandbox = std::unique_ptr<AvahiSandbox>(new AvahiSandbox))->setUp())
+            s_sandbox.reset();
+        return s_sandbox.get();
+    }
+    inline static QString reason;
 
-    ~AvahiSandbox();
-
-    QString namespaceName() const { return m_namespace; }
-
-    // Runs a command inside the namespace; answers whether it exited with 0.
-    bool runInNamespace(const QStringList &arguments, QByteArray *output = nullptr);
-
-    bool startBus();
-    void stopBus();
-    bool startAvahi();
-    void stopAvahi();
-    bool avahiRunning() const;
+    ~AvahiSandbox()
+    {
+        if (m_hostNetns >= 0)
+            ::setns(m_hostNetns, CLONE_NEWNET), ::close(m_hostNetns); // back home; the daemons and the namespace go with the members
+    }
+    bool startAvahi() // `ip netns exec` gives it a mount namespace of its own, where the tmpfs on /run stays
+    {
+        stopAvahi();
+        return (m_avahi = start({"sh", "-c", "mount -t tmpfs tw /run && exec avahi-daemon --no-drop-root --no-chroot --no-rlimits --no-proc-title -f \"$0\"",
+                                 m_dir.filePath("avahi-daemon.conf")},
+                                "Server startup complete")) != nullptr;
+    }
+    void stopAvahi() { m_avahi.reset(); }
 
 private:
-    AvahiSandbox() = default;
-    bool setUp(QString *reason);
-    void writeConfigs();
+    struct Stop { void operator()(QProcess *p) const { p->terminate(), p->waitForFinished(5000) || (p->kill(), p->waitForFinished(5000)), delete p; } };
+    using Daemon = std::unique_ptr<QProcess, Stop>;
+    struct Owner : testing::Environment { void TearDown() override { s_sandbox.reset(); } }; // ends it while the application still runs
 
-    QString m_namespace;
-    std::unique_ptr<QTemporaryDir> m_dir;
-    QString m_busPath;
-    QString m_busConfig;
-    QString m_avahiConfig;
-    std::unique_ptr<QProcess> m_bus;
-    std::unique_ptr<QProcess> m_avahi;
-    QByteArray m_avahiOutput;
+    // Starts the command inside the namespace and waits (10 s at most) for the text in its output.
+    Daemon start(const QStringList &command, const QByteArray &ready) const;
+    bool setUp();
+
+    inline static std::unique_ptr<AvahiSandbox> s_sandbox;
+    inline static bool s_tried = false;
+    inline static testing::Environment *const s_owner = testing::AddGlobalTestEnvironment(new Owner);
+    const TestNamespace m_space{"avahi"}; // goes last, with anything left in it
+    QTemporaryDir m_dir{"/tmp/tw-avahi-XXXXXX"};
+    Daemon m_bus, m_avahi;
     int m_hostNetns = -1;
-    bool m_enteredNamespace = false;
 };
 
-// Skips the test, with the reason, when no sandbox can be made; otherwise
-// declares `sandbox`.
-#define REQUIRE_AVAHI_SANDBOX()                                                                      \
-    AvahiSandbox *sandbox = AvahiSandbox::shared();                                                \
-    if (!sandbox)                                                                                    \
-    GTEST_SKIP() << "no private avahi-daemon: " << AvahiSandbox::unavailableReason().toStdString()
+// Skips the test, with the reason, when no sandbox can be made; otherwise declares `sandbox`.
+#define REQUIRE_AVAHI_SANDBOX()                                                                                        \
+    AvahiSandbox *sandbox = AvahiSandbox::shared();                                                                    \
+    if (!sandbox)                                                                                                      \
+    GTEST_SKIP() << "no private avahi-daemon: " << AvahiSandbox::reason.toStdString()

@@ -1,363 +1,297 @@
 #include "discovery/AvahiSandbox.h"
-#include "discovery/LogCollector.h"
-#include "discovery/RecordingDelegate.h"
 
-#include "common/TestEnvironment.h"
+#include "discovery/MachineName.h"
 #include "discovery/Server.h"
+#include "discovery/ServerDiscoveryList.h"
+#include "discovery/ServiceName.h"
+#include "network/NetworkTestSupport.h"
+#include "shell/NotificationCenter.h"
+#include "shell/SettingsStore.h"
 
-#include <QElapsedTimer>
-#include <QHostAddress>
+#include <QAbstractItemModelTester>
+#include <QFileInfo>
+#include <QItemSelectionModel>
+#include <QTemporaryDir>
 #include <QTcpSocket>
-
-#include <gtest/gtest.h>
-
-#include <fcntl.h>
-#include <sys/resource.h>
-#include <unistd.h>
 
 using namespace std::chrono_literals;
 
 namespace {
 
-const QString kProtocolWord = QStringLiteral("TidewaveServer");
+bool waitFor(const std::function<bool()> &condition, std::chrono::milliseconds timeout = 8s)
+{
+    return TestEnvironment::waitUntil(condition, timeout);
+}
+
+// Whether anything accepts connections on the port (asked only of ports expected closed: a Server takes a probe for a peer).
+bool listening(quint16 port)
+{
+    QTcpSocket probe;
+    probe.connectToHost(QHostAddress::LocalHost, port);
+    return probe.waitForConnected(1000);
+}
+
+// Records what a Server reports: browse events ("+name", "-name") with their flags, the services present, the rest.
+struct Recorder : ServerDelegate
+{
+    QStringList events;
+    QList<bool> moreComing;
+    QList<NetServicePtr> present;
+    int connections = 0, stopped = 0;
+    QList<QVariantMap> didNotStart, lost;
+
+    void serviceAdded(const NetServicePtr &service, bool more) override { events << "+" + service->name, moreComing << more, present << service; }
+    void serviceRemoved(const NetServicePtr &s, bool more) override { events << "-" + s->name, moreComing << more, present.removeIf([&](auto &p) { return p->isEqual(*s); }); }
+    void serverRemoteConnectionComplete(Server *) override { ++connections; }
+    void serverStopped(Server *) override { ++stopped; }
+    void serverDidNotStart(Server *, const QVariantMap &error) override { didNotStart << error; }
+    void serverLostConnection(Server *, const QVariantMap &info) override { lost << info; }
+    QStringList names() const // of the services present, sorted
+    {
+        QStringList names;
+        for (const NetServicePtr &service : present)
+            names << service->name;
+        return names.sort(), names;
+    }
+};
+
+TEST(ServiceName, BuiltReadAndFittedToTheLabelLimit)
+{
+    EXPECT_EQ(ServiceName::build("Studio", "5201", "192.168.1.20", "Wi-Fi", true) + ServiceName::build("S", "1", QString(), "VPN", false),
+              "Studio,5201,192_168_1_20,Wi-Fi (Primary)S,1,,VPN");
+    EXPECT_EQ(ServiceName::cellValue(",,,", "ServiceIP") + ServiceName::cellValue("A,1,2_2,usb_eth,C", "ServiceIP") + ServiceName::cellValue("A,1", "Other"),
+              ": usb.eth: 2.2");
+    EXPECT_EQ(ServiceName::target("A,1,2_2,x,y")->address + ServiceName::target("A,1,2_2,x,y")->port, "2.21");
+    const QString fixed = "Studio,5201,192_168_1_20,", antenna = QString::fromUtf8("\xF0\x9F\x93\xB6"); // 25 bytes; 4 bytes, 2 UTF-16 units
+    const std::pair<QString, QString> fits[] = { // only the display field is cut, never inside a character
+        {fixed + QString(38, 'd'), fixed + QString(38, 'd')}, {fixed + QString(50, 'd'), fixed + QString(38, 'd')},
+        {fixed + QString(50, 'd') + " (Primary)", fixed + QString(28, 'd') + " (Primary)"}, {fixed + "x" + QString(30, QChar(0xE9)), fixed + "x" + QString(18, QChar(0xE9))},
+        {fixed + antenna.repeated(12), fixed + antenna.repeated(9)}, {fixed + QString(37, 'd') + " Adapter", fixed + QString(37, 'd')},
+        {QString(70, 'm') + ",5201,10_0_0_1,eth0", QString(70, 'm') + ",5201,10_0_0_1,eth0"}, {QString(70, 'n'), QString(70, 'n')}};
+    for (const auto &[name, fitted] : fits)
+        EXPECT_EQ(ServiceName::fitToLimit(name), fitted) << name.toStdString();
+}
+
+TEST(MachineName, PrettyHostNameOrTheHostName)
+{
+    const std::pair<QByteArray, QString> files[] = {{"CHASSIS=laptop\nPRETTY_HOSTNAME='Studio \"2\"'\n", "Studio \"2\""},
+                                                    {"  PRETTY_HOSTNAME=\"a\\\"b\"'c\\d'\\ e\\\n", "a\"bc\\d e\\"}, {"PRETTY_HOSTNAME=Old\nPRETTY_HOSTNAME=B\xC3\xBCro\n", "B\u00fcro"},
+                                                    {"CHASSIS=desktop\n", QString()}, {"PRETTY_HOSTNAME=\"  \"\n", QString()}, {"# PRETTY_HOSTNAME=Nope\n", QString()}};
+    for (const auto &[file, pretty] : files)
+        EXPECT_TRUE(MachineName::prettyHostName(file) == pretty && MachineName::prettyHostName(file).isNull() == pretty.isNull()) << file.toStdString();
+    QTemporaryDir dir;
+    QFile file(dir.filePath("machine-info"));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write("PRETTY_HOSTNAME=Studio\n") && file.flush());
+    EXPECT_EQ(MachineName::fromFile(dir.filePath("missing"), "host") + MachineName::fromFile(file.fileName(), "host"), "hostStudio");
+}
 
 class ServerTest : public testing::Test
 {
 protected:
-    void SetUp() override { m_log = LogCollector::install(); }
     void TearDown() override
     {
-        // The tests' delegates are gone by now.
         for (const auto &server : m_servers)
-            server->setDelegate(nullptr);
-        m_servers.clear();
-        Logger::shared().removeSink(m_log);
+            server->setDelegate(nullptr); // the tests' delegates are gone by now
     }
-
-    // A started server whose events go to the delegate.
-    Server *startServer(const QString &name, RecordingDelegate *delegate)
+    Server *start(const QString &name, Recorder *delegate)
     {
-        m_servers.push_back(Server::withProtocol(kProtocolWord, name));
-        Server *server = m_servers.back().get();
+        Server *server = m_servers.emplace_back(Server::withProtocol("TidewaveServer", name)).get();
         server->setDelegate(delegate);
         ServerError error;
         EXPECT_TRUE(server->start(&error)) << error.toString().toStdString();
         return server;
     }
-
-    bool waitForPresent(const RecordingDelegate &delegate, const QString &name, bool present = true)
-    {
-        return TestEnvironment::waitUntil([&] { return delegate.presentNames().contains(name) == present; }, 8s);
-    }
-
     std::vector<std::unique_ptr<Server>> m_servers;
-    std::shared_ptr<LogCollector> m_log;
 };
 
-TEST_F(ServerTest, TwoServersSeeEachOtherButNotThemselves)
+// Three services published before a fourth starts browsing: it sees them as one batch, under the names as published
+// (never itself, never a renamed copy of a taken name). A connected peer gets what is sent and withdraws the service
+// until it leaves; resolving a service connects to it; a stopped service stays gone.
+TEST_F(ServerTest, PublishBrowseCollideConnectResolveAndStop)
 {
     REQUIRE_AVAHI_SANDBOX();
-    RecordingDelegate alphaEvents, betaEvents;
-    Server *alpha = startServer(QStringLiteral("Alpha,5201,10_0_0_1,eth0"), &alphaEvents);
-    Server *beta = startServer(QStringLiteral("Beta,5201,10_0_0_2,eth0"), &betaEvents);
+    const LogCapture log;
+    const QString same = "Same,5201,10_0_0_4,eth0", fitted = "Long,5201,10_0_0_2," + QString(17, QChar(0xE9)) + " (Primary)"; // 63 bytes
+    Recorder hostEvents, sameEvents, secondEvents, watcherEvents;
+    Server *host = start("Host,5201,10.0.0.1,Wi-Fi 2.4", &hostEvents);
+    Server *longName = start("Long,5201,10_0_0_2," + QString(20, QChar(0xE9)) + "Thunderbolt Ethernet Slot 1 (Primary)", nullptr);
+    Server *first = start(same, &sameEvents);
+    EXPECT_EQ(host->iPerfIP() + "|" + longName->iPerfIP(), "Host,5201,10_0_0_1,Wi-Fi 2_4|" + fitted) << "never half a character";
+    EXPECT_TRUE(log.contains("is longer than 63 bytes, publishing \"" + fitted + "\""));
+    ASSERT_TRUE(waitFor([&] { return host->localService() && longName->localService() && first->localService(); }));
+    Server *second = start(same, &secondEvents);
+    ASSERT_TRUE(waitFor([&] { return !secondEvents.didNotStart.isEmpty(); }, 5s));
+    EXPECT_EQ(secondEvents.didNotStart, (QList<QVariantMap>{{{"domain", "Avahi"}, {"code", -8}, {"message", "Local name collision"}}}));
+    EXPECT_TRUE(!second->isPublished() && second->iPerfIP() == same);
 
-    ASSERT_TRUE(waitForPresent(alphaEvents, beta->iPerfIP()));
-    ASSERT_TRUE(waitForPresent(betaEvents, alpha->iPerfIP()));
-    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return alpha->localService() && beta->localService(); }, 5s));
-    EXPECT_EQ(alpha->name(), QStringLiteral("Alpha,5201,10_0_0_1,eth0"));
-    EXPECT_NE(alpha->port(), 0);
-    EXPECT_NE(alpha->port(), beta->port());
-    EXPECT_EQ(alphaEvents.presentNames(), QStringList{beta->iPerfIP()});
-    EXPECT_EQ(betaEvents.presentNames(), QStringList{alpha->iPerfIP()});
-}
+    Server *watcher = start("Watcher", &watcherEvents);
+    ASSERT_TRUE(waitFor([&] { return watcherEvents.events.size() == 3; })) << watcherEvents.events.join('|').toStdString();
+    EXPECT_EQ(watcherEvents.moreComing, (QList<bool>{true, true, false}));
+    EXPECT_EQ(watcherEvents.names(), (QStringList{host->iPerfIP(), fitted, same}));
+    EXPECT_TRUE(host->port() != 0 && host->port() != watcher->port());
 
-TEST_F(ServerTest, DotsInTheInstanceNameArePublishedAsUnderscores)
-{
-    REQUIRE_AVAHI_SANDBOX();
-    RecordingDelegate watcherEvents;
-    startServer(QStringLiteral("Watcher"), &watcherEvents);
-    Server *dotted = startServer(QStringLiteral("Studio,5201,192.168.1.20,Wi-Fi 2.4"), nullptr);
-
-    EXPECT_EQ(dotted->iPerfIP(), QStringLiteral("Studio,5201,192_168_1_20,Wi-Fi 2_4"));
-    ASSERT_TRUE(waitForPresent(watcherEvents, QStringLiteral("Studio,5201,192_168_1_20,Wi-Fi 2_4")));
-}
-
-TEST_F(ServerTest, PeerConnectionWithdrawsTheServiceUntilThePeerLeaves)
-{
-    REQUIRE_AVAHI_SANDBOX();
-    RecordingDelegate watcherEvents, hostEvents;
-    startServer(QStringLiteral("Watcher"), &watcherEvents);
-    Server *host = startServer(QStringLiteral("Host,5201,10_0_0_3,eth0"), &hostEvents);
-    ASSERT_TRUE(waitForPresent(watcherEvents, host->iPerfIP()));
-
-    QTcpSocket peer;
-    peer.connectToHost(QHostAddress::LocalHost, host->port());
-    ASSERT_TRUE(peer.waitForConnected(5000));
-    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return hostEvents.connectionsCompleted == 1; }, 5s));
-    EXPECT_TRUE(host->inputStreamReady() && host->outputStreamReady());
-    ASSERT_TRUE(waitForPresent(watcherEvents, host->iPerfIP(), false));
-
-    // Bytes from the peer are read and dropped; the connection stays up.
-    peer.write(QByteArray(300, 'x'));
-    ASSERT_TRUE(peer.waitForBytesWritten(5000));
-    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return peer.bytesToWrite() == 0; }, 5s));
-    EXPECT_TRUE(hostEvents.lostConnections.isEmpty());
-
-    peer.disconnectFromHost();
-    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return hostEvents.lostConnections.size() == 1; }, 5s));
-    EXPECT_TRUE(hostEvents.lostConnections.first().isEmpty()) << "an orderly end carries no error";
-    ASSERT_TRUE(waitForPresent(watcherEvents, host->iPerfIP()));
-    EXPECT_EQ(hostEvents.stopped, 0);
-}
-
-TEST_F(ServerTest, NameCollisionIsReportedAndNeverRenamed)
-{
-    REQUIRE_AVAHI_SANDBOX();
-    RecordingDelegate watcherEvents, firstEvents, secondEvents;
-    startServer(QStringLiteral("Watcher"), &watcherEvents);
-    startServer(QStringLiteral("Same,5201,10_0_0_4,eth0"), &firstEvents);
-    ASSERT_TRUE(waitForPresent(watcherEvents, QStringLiteral("Same,5201,10_0_0_4,eth0")));
-
-    Server *second = startServer(QStringLiteral("Same,5201,10_0_0_4,eth0"), &secondEvents);
-    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return !secondEvents.didNotStart.isEmpty(); }, 5s));
-    const QVariantMap error = secondEvents.didNotStart.first();
-    EXPECT_EQ(error.value(QStringLiteral("domain")).toString(), Server::AvahiErrorDomain);
-    EXPECT_NE(error.value(QStringLiteral("code")).toInt(), 0);
-    EXPECT_FALSE(second->isPublished());
-    EXPECT_EQ(second->iPerfIP(), QStringLiteral("Same,5201,10_0_0_4,eth0"));
-
-    // Give a renamed copy ("… #2") time to show up: none may.
-    ASSERT_FALSE(TestEnvironment::waitUntil([&] { return watcherEvents.present.size() > 1; }, 2s))
-        << watcherEvents.presentNames().join(QLatin1Char('|')).toStdString();
-}
-
-TEST_F(ServerTest, ResolvingConnectsToThePeerAndGivesItsAddress)
-{
-    REQUIRE_AVAHI_SANDBOX();
-    RecordingDelegate clientEvents, hostEvents;
-    Server *client = startServer(QStringLiteral("Client"), &clientEvents);
-    Server *host = startServer(QStringLiteral("Host,5201,10_0_0_5,eth0"), &hostEvents);
-    ASSERT_TRUE(waitForPresent(clientEvents, host->iPerfIP()));
-    const NetServicePtr service = clientEvents.presentNamed(host->iPerfIP());
-    EXPECT_EQ(Server::getAddress(service), QStringLiteral("")) << "not resolved yet";
-
-    client->connectToRemoteService(service);
-    EXPECT_EQ(client->currentlyResolvingService(), service);
-    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return hostEvents.connectionsCompleted == 1; }, 5s));
-    EXPECT_EQ(Server::getAddress(service), QStringLiteral("127.0.0.1"));
-    EXPECT_EQ(service->port, host->port());
-    EXPECT_EQ(client->currentlyResolvingService(), nullptr);
-}
-
-TEST_F(ServerTest, ResolvingAVanishedServiceGivesUpAfterTwoSeconds)
-{
-    REQUIRE_AVAHI_SANDBOX();
-    RecordingDelegate watcherEvents;
-    Server *watcher = startServer(QStringLiteral("Watcher"), &watcherEvents);
-    auto gone = Server::withProtocol(kProtocolWord, QStringLiteral("Gone,5201,10_0_0_6,eth0"));
-    ASSERT_TRUE(gone->start());
-    ASSERT_TRUE(waitForPresent(watcherEvents, gone->iPerfIP()));
-    const NetServicePtr service = watcherEvents.presentNamed(gone->iPerfIP());
-    gone.reset();
-    ASSERT_TRUE(waitForPresent(watcherEvents, service->name, false));
-
-    QElapsedTimer clock;
-    clock.start();
-    watcher->connectToRemoteService(service);
-    ASSERT_EQ(watcher->currentlyResolvingService(), service);
-    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return watcher->currentlyResolvingService() == nullptr; }, 5s));
-    EXPECT_GE(clock.elapsed(), 1900);
-    EXPECT_LE(clock.elapsed(), 3000);
-    EXPECT_EQ(Server::getAddress(service), QStringLiteral(""));
-}
-
-TEST_F(ServerTest, PeersPresentAtStartArriveAsOneBatch)
-{
-    REQUIRE_AVAHI_SANDBOX();
-    startServer(QStringLiteral("One,5201,10_0_1_1,eth0"), nullptr);
-    startServer(QStringLiteral("Two,5201,10_0_1_2,eth0"), nullptr);
-    startServer(QStringLiteral("Three,5201,10_0_1_3,eth0"), nullptr);
-    RecordingDelegate lateEvents;
-    // Let the three settle before the browser starts.
-    RecordingDelegate earlyEvents;
-    startServer(QStringLiteral("Early"), &earlyEvents);
-    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return earlyEvents.present.size() == 3; }, 8s));
-
-    startServer(QStringLiteral("Late"), &lateEvents);
-    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return lateEvents.present.size() == 4; }, 8s));
-    QList<bool> flags;
-    for (const auto &event : lateEvents.browseEvents)
-        flags.append(event.moreComing);
-    EXPECT_EQ(flags, (QList<bool>{true, true, true, false})) << "Early, One, Two, Three in one batch";
-}
-
-TEST_F(ServerTest, OverlongNamesLoseOnlyTheEndOfTheDisplayName)
-{
-    REQUIRE_AVAHI_SANDBOX();
-    RecordingDelegate watcherEvents;
-    startServer(QStringLiteral("Watcher"), &watcherEvents);
-    const QString fixed = QStringLiteral("Studio,5201,192_168_1_20,");
-    const QString display = QString(20, QChar(0x00E9)) + QStringLiteral("Thunderbolt Ethernet Slot 1");
-    Server *server = startServer(fixed + display + QStringLiteral(" (Primary)"), nullptr);
-
-    const QString published = server->iPerfIP();
-    EXPECT_LE(published.toUtf8().size(), 63);
-    EXPECT_TRUE(published.startsWith(fixed + QString(10, QChar(0x00E9)))) << published.toStdString();
-    EXPECT_TRUE(published.endsWith(QStringLiteral(" (Primary)")));
-    EXPECT_EQ(QString::fromUtf8(published.toUtf8()), published);
-    EXPECT_TRUE(m_log->contains(QStringLiteral("longer than 63 bytes")));
-    ASSERT_TRUE(waitForPresent(watcherEvents, published));
-}
-
-TEST_F(ServerTest, SendDataNeedsAConnectedPeer)
-{
-    REQUIRE_AVAHI_SANDBOX();
-    RecordingDelegate hostEvents;
-    Server *host = startServer(QStringLiteral("Sender,5201,10_0_0_7,eth0"), &hostEvents);
     ServerError error;
-    EXPECT_FALSE(host->sendData("hello", &error));
-    EXPECT_EQ(error.domain, Server::ErrorDomain);
-    EXPECT_EQ(error.code, Server::WriteFailed);
-
+    EXPECT_FALSE(first->sendData("early", &error));
+    EXPECT_EQ(error.toString(), "Error Domain=ServerErrorDomain Code=4 \"no connected stream\"");
     QTcpSocket peer;
-    peer.connectToHost(QHostAddress::LocalHost, host->port());
-    ASSERT_TRUE(peer.waitForConnected(5000));
-    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return host->outputStreamHasSpace(); }, 5s));
-
-    EXPECT_FALSE(host->sendData(QByteArray(), &error));
+    peer.connectToHost(QHostAddress::LocalHost, first->port());
+    ASSERT_TRUE(waitFor([&] { return sameEvents.connections == 1; }, 5s));
+    EXPECT_FALSE(first->sendData(QByteArray(), &error));
     EXPECT_EQ(error.code, Server::NothingWritten);
-    ASSERT_TRUE(host->sendData("hello", &error)) << error.toString().toStdString();
+    ASSERT_TRUE(first->sendData("hello", &error)) << error.toString().toStdString();
     QByteArray received;
-    ASSERT_TRUE(TestEnvironment::waitUntil(
-        [&] {
-            received += peer.readAll();
-            return received.size() >= 5;
-        },
-        5s));
-    EXPECT_EQ(received, QByteArray("hello"));
+    ASSERT_TRUE(waitFor([&] { return (received += peer.readAll()).size() >= 5; }, 5s));
+    EXPECT_EQ(received, "hello");
+    ASSERT_TRUE(waitFor([&] { return watcherEvents.events.last() == "-" + same && !watcherEvents.moreComing.last(); }));
+    peer.write(QByteArray(300, 'x')); // read and dropped; the connection stays
+    ASSERT_TRUE(waitFor([&] { return peer.bytesToWrite() == 0; }, 5s));
+    peer.disconnectFromHost();
+    ASSERT_TRUE(waitFor([&] { return sameEvents.lost == QList<QVariantMap>{{}}; }, 5s)) << "an orderly end carries no error";
+    ASSERT_TRUE(waitFor([&] { return watcherEvents.events.last() == "+" + same; }));
+
+    const NetServicePtr service = *std::find_if(watcherEvents.present.begin(), watcherEvents.present.end(), [&](auto &s) { return s->name == host->iPerfIP(); });
+    EXPECT_EQ(Server::getAddress(service), "") << "not resolved yet";
+    watcher->connectToRemoteService(service);
+    EXPECT_EQ(watcher->currentlyResolvingService(), service);
+    ASSERT_TRUE(waitFor([&] { return hostEvents.connections == 1 && watcherEvents.connections == 1; }, 5s));
+    EXPECT_EQ(Server::getAddress(service) + ":" + QString::number(service->port), "127.0.0.1:" + QString::number(host->port()));
+    EXPECT_TRUE(service->hostName.endsWith(".local") && !watcher->currentlyResolvingService()) << service->hostName.toStdString();
+    EXPECT_TRUE(host->inputStreamReady() && host->outputStreamReady() && host->outputStreamHasSpace());
+    EXPECT_FALSE(host->isPublished() || watcher->isPublished()) << "a connected end is withdrawn";
+    ASSERT_TRUE(waitFor([&] { return watcherEvents.events.contains("-" + host->iPerfIP()); }));
+    // The connecting end stops: the host is told the connection ended and publishes again; the stopped end still
+    // browses and sees it come back.
+    watcher->stop();
+    EXPECT_TRUE(watcherEvents.stopped == 1 && !listening(watcher->port()));
+    ASSERT_TRUE(waitFor([&] { return hostEvents.lost == QList<QVariantMap>{{}}; }, 5s));
+    EXPECT_FALSE(host->inputStreamReady() || host->outputStreamReady() || host->outputStreamHasSpace());
+    ASSERT_TRUE(waitFor([&] { return watcherEvents.events.last() == "+" + host->iPerfIP(); })) << watcherEvents.events.join(u'|').toStdString();
+    EXPECT_EQ(hostEvents.stopped, 0);
+
+    first->stop();
+    EXPECT_TRUE(sameEvents.stopped == 1 && !listening(first->port()));
+    ASSERT_TRUE(waitFor([&] { return watcherEvents.events.last() == "-" + same; }));
+    EXPECT_EQ(watcherEvents.events.filter(same), (QStringList{"+" + same, "-" + same, "+" + same, "-" + same}));
+    watcher->stopBrowser();
+    EXPECT_FALSE(watcher->isBrowsing());
 }
 
-TEST_F(ServerTest, StopWithdrawsButKeepsBrowsing)
+// A daemon that goes away and comes back: publishing fails without it, and every service comes back by itself once
+// it returns.
+TEST_F(ServerTest, ADaemonThatComesAndGoes)
 {
     REQUIRE_AVAHI_SANDBOX();
-    RecordingDelegate watcherEvents, stoppingEvents;
-    startServer(QStringLiteral("Watcher"), &watcherEvents);
-    Server *stopping = startServer(QStringLiteral("Stopping,5201,10_0_0_8,eth0"), &stoppingEvents);
-    ASSERT_TRUE(waitForPresent(watcherEvents, stopping->iPerfIP()));
-    ASSERT_TRUE(waitForPresent(stoppingEvents, QStringLiteral("Watcher")));
-
-    stopping->stop();
-    EXPECT_EQ(stoppingEvents.stopped, 1);
-    ASSERT_TRUE(waitForPresent(watcherEvents, stopping->iPerfIP(), false));
-    QTcpSocket peer;
-    peer.connectToHost(QHostAddress::LocalHost, stopping->port());
-    EXPECT_FALSE(peer.waitForConnected(2000)) << "the listening socket is closed";
-
-    // Its browser still reports peers until stopBrowser().
-    startServer(QStringLiteral("Newcomer"), nullptr);
-    ASSERT_TRUE(waitForPresent(stoppingEvents, QStringLiteral("Newcomer")));
-    stopping->stopBrowser();
-    EXPECT_FALSE(stopping->isBrowsing());
-}
-
-// The listening socket's own failures, provoked inside the sandbox.
-TEST_F(ServerTest, SocketFailuresGiveTheirErrorCodes)
-{
-    REQUIRE_AVAHI_SANDBOX();
-    // No free descriptor at all: the socket cannot be created.
-    {
-        rlimit saved{};
-        ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
-        const int lowestFree = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
-        ASSERT_GE(lowestFree, 0);
-        ::close(lowestFree);
-        rlimit tight = saved;
-        tight.rlim_cur = rlim_t(lowestFree);
-        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &tight), 0);
-        auto server = Server::withProtocol(kProtocolWord, QStringLiteral("NoFd"));
-        ServerError error;
-        const bool started = server->start(&error);
-        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &saved), 0);
-        EXPECT_FALSE(started);
-        EXPECT_EQ(error.domain, Server::ErrorDomain);
-        EXPECT_EQ(error.code, Server::CreateFailed);
-    }
-    // One ephemeral port in the namespace, already taken: binding fails.
-    {
-        QByteArray before;
-        ASSERT_TRUE(sandbox->runInNamespace({QStringLiteral("sysctl"), QStringLiteral("-n"),
-                                             QStringLiteral("net.ipv4.ip_local_port_range")},
-                                            &before));
-        const QString range = QString::fromUtf8(before).simplified();
-        ASSERT_TRUE(sandbox->runInNamespace({QStringLiteral("sysctl"), QStringLiteral("-w"),
-                                             QStringLiteral("net.ipv4.ip_local_port_range=45000 45000")}));
-        auto first = Server::withProtocol(kProtocolWord, QStringLiteral("PortHolder"));
-        auto second = Server::withProtocol(kProtocolWord, QStringLiteral("NoPort"));
-        ServerError error;
-        const bool firstStarted = first->start(&error);
-        const bool secondStarted = second->start(&error);
-        sandbox->runInNamespace({QStringLiteral("sysctl"), QStringLiteral("-w"),
-                                 QStringLiteral("net.ipv4.ip_local_port_range=%1").arg(range)});
-        EXPECT_TRUE(firstStarted);
-        EXPECT_EQ(first->port(), 45000);
-        EXPECT_FALSE(secondStarted);
-        EXPECT_EQ(error.domain, Server::ErrorDomain);
-        EXPECT_EQ(error.code, Server::BindFailed);
-    }
-}
-
-TEST_F(ServerTest, WithoutTheDaemonStartFailsAndTheNextStartWorksOnceItIsBack)
-{
-    REQUIRE_AVAHI_SANDBOX();
+    const LogCapture log;
+    Recorder watcherEvents;
+    start("Watcher", &watcherEvents);
+    start("Survivor", nullptr);
     sandbox->stopAvahi();
-    auto orphan = Server::withProtocol(kProtocolWord, QStringLiteral("Orphan,5201,10_0_0_9,eth0"));
+    ASSERT_TRUE(waitFor([&] { return log.contains("Server: lost the connection to avahi-daemon: "); }));
     ServerError error;
+    auto orphan = Server::withProtocol("TidewaveServer", "Orphan");
     EXPECT_FALSE(orphan->start(&error));
-    EXPECT_EQ(error.domain, Server::AvahiErrorDomain);
-    EXPECT_TRUE(m_log->contains(QStringLiteral("avahi-daemon is not available")));
-    QTcpSocket probe;
-    probe.connectToHost(QHostAddress::LocalHost, orphan->port());
-    EXPECT_FALSE(probe.waitForConnected(1000)) << "nothing listens for a service that is not published";
-
+    EXPECT_EQ(error.toString(), "Error Domain=Avahi Code=-26 \"Daemon not running\"");
+    EXPECT_TRUE(log.contains("Server: avahi-daemon is not available, cannot publish or browse: Daemon not running"));
+    EXPECT_FALSE(listening(orphan->port())) << "nothing listens for a service that is not published";
     ASSERT_TRUE(sandbox->startAvahi());
-    RecordingDelegate watcherEvents;
-    startServer(QStringLiteral("Watcher"), &watcherEvents);
     ASSERT_TRUE(orphan->start(&error)) << error.toString().toStdString();
-    ASSERT_TRUE(waitForPresent(watcherEvents, orphan->iPerfIP()));
+    ASSERT_TRUE(waitFor([&] { return watcherEvents.names() == QStringList{"Orphan", "Survivor"}; })) << "published again by itself";
+    sandbox->stopAvahi();
+    ASSERT_TRUE(waitFor([&] { return watcherEvents.present.isEmpty(); })) << "peers vanish with the daemon";
+    ASSERT_TRUE(sandbox->startAvahi());
+    ASSERT_TRUE(waitFor([&] { return watcherEvents.names() == QStringList{"Orphan", "Survivor"}; }));
 }
 
-TEST_F(ServerTest, ADaemonRestartIsWaitedForAndEverythingComesBack)
+class ServerDiscoveryListTest : public testing::Test
 {
-    REQUIRE_AVAHI_SANDBOX();
-    RecordingDelegate watcherEvents;
-    startServer(QStringLiteral("Watcher"), &watcherEvents);
-    Server *host = startServer(QStringLiteral("Survivor,5201,10_0_0_10,eth0"), nullptr);
-    ASSERT_TRUE(waitForPresent(watcherEvents, host->iPerfIP()));
+protected:
+    void SetUp() override
+    {
+        NotificationCenter::defaultCenter().addObserver(this, "showupdate", [this](const QVariantMap &info) { m_updates.append(info); });
+        SettingsStore::standard().removeObjectForKey("clientToServerPort");
+        SettingsStore::standard().removeObjectForKey("clientToServerIpAddress");
+    }
+    void TearDown() override { NotificationCenter::defaultCenter().removeObserver(this); }
+    QString table() const // every row as "service|address|port", ";"-joined
+    {
+        QStringList rows;
+        for (int row = 0; row < m_list.rowCount(); ++row)
+            rows << QStringList{m_list.index(row, 0).data().toString(), m_list.index(row, 1).data().toString(), m_list.index(row, 2).data().toString()}.join(u'|');
+        return rows.join(u';');
+    }
+    void add(const QStringList &names) // peers' services, as one browser batch reports them
+    {
+        for (qsizetype i = 0; i < names.size(); ++i) {
+            auto service = std::make_shared<NetService>();
+            service->name = names[i];
+            m_list.serviceAdded(service, i + 1 < names.size());
+        }
+    }
 
-    sandbox->stopAvahi();
-    ASSERT_TRUE(waitForPresent(watcherEvents, host->iPerfIP(), false)) << "peers vanish with the daemon";
-    EXPECT_TRUE(m_log->contains(QStringLiteral("lost the connection to avahi-daemon")));
+    ServerDiscoveryList m_list;
+    QAbstractItemModelTester m_tester{&m_list, QAbstractItemModelTester::FailureReportingMode::Fatal};
+    QList<QVariantMap> m_updates;
+};
 
-    ASSERT_TRUE(sandbox->startAvahi());
-    ASSERT_TRUE(waitForPresent(watcherEvents, host->iPerfIP()));
-    EXPECT_EQ(watcherEvents.present.size(), 1);
+// A peer's name is network input: its fields fill the row, and a selected row stores its port and address as text
+// (shell text included, never run) and announces the change.
+TEST_F(ServerDiscoveryListTest, RowsShowTheNameFieldsAndASelectedRowFillsTheClientSettings)
+{
+    add({"Studio,5201,192_168_1_20,Wi-Fi", "Odd,7000", "Lab,6001,10_9_8_7", "Evil,5201,10_0_0_1 $(touch /tmp/pwned),Wi-Fi"});
+    QCoreApplication::processEvents();
+    EXPECT_EQ(table(), "Studio|Wi-Fi: 192.168.1.20|5201;Odd||7000;Lab|10.9.8.7|6001;Evil|Wi-Fi: 10.0.0.1 $(touch /tmp/pwned)|5201");
+    SettingsStore &store = SettingsStore::standard();
+    const auto stored = [&] { return store.stringForKey("clientToServerIpAddress") + ":" + store.stringForKey("clientToServerPort"); };
+    m_list.tableViewSelectionDidChange(0);
+    EXPECT_EQ(stored(), "192.168.1.20:5201");
+    ASSERT_EQ(m_updates.size(), 1);
+    EXPECT_EQ(m_updates.first().value("update").value<SettingsStore *>(), &store);
+    for (int row : {1, -1, 4}) // fewer than three fields, no selection, beyond the rows: nothing changes
+        m_list.tableViewSelectionDidChange(row);
+    EXPECT_EQ(stored() + QString::number(m_updates.size()) + QString::number(m_list.selectedRow()), "192.168.1.20:520114");
+    QItemSelectionModel selection(&m_list); // as the window's view reports it
+    m_list.followSelection(&selection);
+    selection.select(m_list.index(2, 0), QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    EXPECT_EQ(stored(), "10.9.8.7:6001");
+    selection.select(m_list.index(3, 0), QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    EXPECT_EQ(stored(), "10.0.0.1 $(touch /tmp/pwned):5201");
+    EXPECT_TRUE(m_updates.size() == 3 && !QFileInfo::exists("/tmp/pwned"));
+    selection.clearSelection();
+    EXPECT_EQ(m_list.selectedRow(), -1);
 }
 
-TEST_F(ServerTest, ALostSystemBusIsWaitedForToo)
+// With a real daemon: one service per interface under names a peer can read, and only other computers' services in
+// the table, reloaded once per batch.
+TEST_F(ServerDiscoveryListTest, PublishesOneServicePerInterfaceAndListsOnlyPeers)
 {
     REQUIRE_AVAHI_SANDBOX();
-    RecordingDelegate watcherEvents;
-    startServer(QStringLiteral("Watcher"), &watcherEvents);
-    Server *host = startServer(QStringLiteral("BusSurvivor,5201,10_0_0_11,eth0"), nullptr);
-    ASSERT_TRUE(waitForPresent(watcherEvents, host->iPerfIP()));
+    SettingsStore::standard().setObject("5202", "serverPort");
+    const QString machine = MachineName::current();
+    auto peerServer = Server::withProtocol(ServerDiscoveryList::ProtocolWord, "Peer,5201,10_0_0_9,eth0");
+    ASSERT_TRUE(peerServer->start());
+    const auto interface = [](const QString &address, const QString &displayName) {
+        auto info = std::make_shared<PIFCInterfaceInfo>();
+        info->IPAdress = address, info->displayName = displayName;
+        return info;
+    };
+    m_list.startBonjourServers({interface("192.168.1.20", "Wi-Fi"), interface("10.0.0.1", "Ethernet")});
+    ASSERT_EQ(m_list.startedServers().size(), 2);
+    EXPECT_EQ(m_list.servicesName(), (QStringList{machine + ",5202,192_168_1_20,Wi-Fi (Primary)", machine + ",5202,10_0_0_1,Ethernet"}));
+    EXPECT_TRUE(m_list.server() == m_list.startedServers().first() && m_list.server()->delegate() == &m_list && !m_list.startedServers().at(1)->delegate());
+    ASSERT_TRUE(waitFor([&] { return m_list.rowCount() == 1 && m_list.startedServers().at(1)->localService(); }));
+    EXPECT_EQ(table(), "Peer|eth0: 10.0.0.9|5201");
+    m_list.stopBonjourPublishing(); // "stopBonjour" withdraws the first service only
+    EXPECT_TRUE(!m_list.startedServers().at(0)->isPublished() && m_list.startedServers().at(1)->isPublished());
+    EXPECT_EQ(m_list.services().size(), 1) << "our second interface's service is filtered as our own";
 
-    sandbox->stopAvahi();
-    sandbox->stopBus();
-    ASSERT_TRUE(waitForPresent(watcherEvents, host->iPerfIP(), false));
-    ASSERT_TRUE(sandbox->startBus());
-    ASSERT_TRUE(sandbox->startAvahi());
-    ASSERT_TRUE(waitForPresent(watcherEvents, host->iPerfIP()));
+    m_list.startBonjourServers({interface("10.0.0.1", "Ethernet")}); // one interface: no " (Primary)"; the peer list starts again
+    EXPECT_TRUE(m_list.servicesName() == QStringList{machine + ",5202,10_0_0_1,Ethernet"} && m_list.services().isEmpty());
+    ASSERT_TRUE(waitFor([&] { return m_list.services().size() == 1 && m_list.rowCount() == 1; }));
+    add({"Other,5201,10_0_0_2,eth0", m_list.servicesName().first()}); // our own name closing a batch still shows the peer before it
+    ASSERT_TRUE(waitFor([&] { return m_list.rowCount() == 2; }));
+    EXPECT_EQ(table(), "Peer|eth0: 10.0.0.9|5201;Other|eth0: 10.0.0.2|5201");
+    m_list.stopBonjor();
+    EXPECT_TRUE(m_list.startedServers().isEmpty() && m_list.servicesName().isEmpty() && m_list.services().isEmpty() && !m_list.server());
 }
 
 } // namespace
-

@@ -1,22 +1,16 @@
-// Prints the inventory of the network namespace it runs in, one record per
-// line as "BSDName|IPAdress|displayName|serviceOrder|status|type|MacAdress",
-// then "addresses:" and the unsorted address list.
+// Prints what the inventory sees in the namespace it runs in: the configuration listing, "--", the records, the addresses.
 #include "network/GetPIFInterfaceinfo.h"
+#include "network/LinuxInventoryProvider.h"
 
 #include <QTextStream>
 
 int main()
 {
     QTextStream out(stdout);
-    for (const PIFCInterfaceInfoPtr &record : GetPIFInterfaceinfo::getAllNetworksDetails()) {
-        out << QStringList{record->BSDName, record->IPAdress, record->displayName,
-                           QString::number(record->serviceOrder), record->status,
-                           record->type.isNull() ? QStringLiteral("(null)") : record->type, record->MacAdress}
-                   .join(u'|')
-            << '\n';
-    }
+    out << LinuxInventoryProvider().configurationListing().output << "--\n";
+    for (const PIFCInterfaceInfoPtr &record : GetPIFInterfaceinfo::getAllNetworksDetails())
+        out << record->toString() << '\n';
     QStringList addresses = GetPIFInterfaceinfo::getListOfNetworksDetails();
     addresses.sort();
     out << "addresses:" << addresses.join(u',') << '\n';
-    return 0;
 }
