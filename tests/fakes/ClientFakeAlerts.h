@@ -2,24 +2,20 @@
 
 #include "client/AlertPresenter.h"
 
-#include <QStringList>
+#include <QWidget>
 
-// Answers the client workspace's alerts without showing a dialog: records
-// every title and answers confirmations with a scripted choice.
+// Answers the client workspace's alerts without a dialog: records each as "title @parent"
+// or "title [default/other] @parent" and picks the scripted button.
 class ClientFakeAlerts : public AlertPresenter
 {
 public:
-    void showAlert(QWidget *, const QString &title) override { shown.append(title); }
-
-    bool confirm(QWidget *, const QString &title, const QString &defaultButton, const QString &otherButton) override
+    void showAlert(QWidget *parent, const QString &title) override { seen << title + over(parent); }
+    bool confirm(QWidget *parent, const QString &title, const QString &yes, const QString &no) override
     {
-        confirmations.append(title);
-        buttons.append(defaultButton + QLatin1Char('/') + otherButton);
-        return answerYes;
+        return seen << QStringLiteral("%1 [%2/%3]").arg(title, yes, no) + over(parent), answerYes;
     }
+    static QString over(QWidget *parent) { return QStringLiteral(" @") + (parent ? parent->objectName() : QString()); }
 
-    bool answerYes = true;    // the button the "user" picks in confirmations
-    QStringList shown;        // titles of the plain alerts, in order
-    QStringList confirmations; // titles of the confirmations, in order
-    QStringList buttons;      // "default/other" of each confirmation
+    bool answerYes = true; // the button the "user" picks in confirmations
+    QStringList seen;      // every alert, in order
 };
