@@ -101,7 +101,7 @@ TEST_P(Parser, DelegateCallsInOrder)
 using Rest = std::pair<QByteArray, QByteArray>;
 const Settings kTcp{};
 const Settings kTcp3s{.duration = 3};
-const QString kUdpLine = QStringLiteral("RESULT_$#0.00-1.00 sec$#524288$#4194304$#0.012 ms$#0/8 (0%)$#receiver\n");
+const QString kUdpLine = QStringLiteral("x\nRESULT_$#0.00-1.00 sec$#524288$#4194304$#0.012 ms$#0/8 (0%)\n");
 const QString kConnection = QStringLiteral("Connecting to host 127.0.0.1, port 5201\n"
                                            "[  5] local 127.0.0.1 port 40000 connected to 127.0.0.1 port 5201\n");
 const QString kTcpFinal3s = QStringLiteral("- - - - - - - - - - - - -\n[  5]   0.00-3.00   sec  1.00 KBytes  8 Kbits/sec    0    sender\n"
@@ -115,7 +115,7 @@ INSTANTIATE_TEST_SUITE_P(
     PerfTest, Parser,
     ::testing::Values(
         ParserCase{"IntervalLinesUnitWordsDropped", kTcp,
-                   {"RESULT_$#0.00-1.00 sec$#524288$#4194304$#sender\n", "x\nRESULT_$#1.00-2.00 sec$#512 KBytes$#4096 Kbits/sec$#sender\n"},
+                   {"RESULT_$#0.00-1.00 sec$#524288$#4194304$#sender\n", "x\nRESULT_$#1.00-2.00 sec$#512 KBytes$#4096 Kbits/sec\n"},
                    {"interval 0.00-1.00 524288 4194304", "interval 1.00-2.00 512 4096"}, false},
         ParserCase{"FormatIsCopied", {.format = 1}, {kOne}, {"interval 0.00-1.00 1 8 fmt=1"}, false},
         ParserCase{"UdpIntervalWithoutReverseHasNoJitter", {.testType = 1}, {kUdpLine}, {"interval 0.00-1.00 524288 4194304"}, false},
@@ -124,29 +124,32 @@ INSTANTIATE_TEST_SUITE_P(
         ParserCase{"ChunkStartingWithTagIsOneLine", kTcp, {"RESULT_$#0.00-1.00 sec$#100$#800$#sender\nRESULT_$#1.00-2.00 sec$#200$#1600$#sender\n"},
                    {"interval 0.00-1.00 100 800"}, false},
         ParserCase{"TextBeforeFirstTagIsDropped", kTcp,
-                   {"[  5]   0.00-1.00   sec   100 Bytes  0.80 Kbits/sec\nRESULT_$#0.00-1.00 sec$#100$#800$#sender\n"
-                    "[  5]   1.00-2.00   sec   200 Bytes  1.60 Kbits/sec\nRESULT_$#1.00-2.00 sec$#200$#1600$#sender\n"},
+                   {"[  5] 0.00-1.00 sec\nRESULT_$#0.00-1.00 sec$#100$#800$#sender\n[  5] 1.00-2.00 sec\nRESULT_$#1.00-2.00 sec$#200$#1600$#sender\n"},
                    {"interval 0.00-1.00 100 800", "interval 1.00-2.00 200 1600"}, false},
         ParserCase{"IntervalWithoutDashIsSkipped", kTcp, {"x\nRESULT_$#1.00 sec$#100$#800$#sender\nRESULT_$#1.00-2.00 sec$#200$#1600$#sender\n"},
                    {"interval 1.00-2.00 200 1600"}, false},
+        ParserCase{"LenientNumbers", kTcp,
+                   {"x\nRESULT_$#0.00-1.00 sec$# +.5E1x$#1e9$#sender\nRESULT_$#1.00-2.00 sec$#7e+$#-2.5e-1 $#s\nRESULT_$#2.00-3.00 sec$#-x$#9.$#s\n"},
+                   {"interval 0.00-1.00 5 1e+09", "interval 1.00-2.00 7 -0.25", "interval 2.00-3.00 0 9"}, false},
         ParserCase{"TooFewFieldsReportNothing", kTcp, {"RESULT_$#0.00-1.00 sec$#100\n"}, {}, false},
         ParserCase{"LineCutInTheRate", kTcp, {"RESULT_$#0.00-1.00 sec$#524288$#41", "94304$#sender\n"}, {"interval 0.00-1.00 524288 41"}, false},
         ParserCase{"ConnectionChunkReportsOnlyTheAddress", kTcp, {kConnection + "[ ID] Interval\n" + kOne}, {"ip 127.0.0.1"}, false},
-        ParserCase{"ResultsAfterTheConnectionChunk", kTcp, {kConnection, kOne}, {"ip 127.0.0.1", "interval 0.00-1.00 1 8"}, false},
+        ParserCase{"ResultsAfterTheConnectionChunk", kTcp, {kConnection, kOne, "local 10.0.0.7 port 1 connected to 10.0.0.1\n"},
+                   {"ip 127.0.0.1", "interval 0.00-1.00 1 8", "ip 10.0.0.7"}, false},
         ParserCase{"ConnectionLinesNamingNoAddress", kTcp,
                    {"[  5] connected to 10.0.0.1 port 5201\n" + kOne, "port 1: local 10.0.0.7 connected to 10.0.0.1\nRESULT_$#1.00-2.00 sec$#2$#16$#sender\n"},
                    {"interval 0.00-1.00 1 8", "interval 1.00-2.00 2 16"}, false},
         ParserCase{"FinalBlockReportsFirstFinalLineTwice", kTcp3s, {kTcpFinal3s},
                    {"interval 0.00-3.00 1000 8000", "finished 0.00-3.00 1000 8000"}, true},
         ParserCase{"FinalEndShortOfDurationGoesOn", kTcp,
-                   {"- - -\nFinished_$#0.00-9.99 sec$#1$#8$#sender\nFinished_$#0.00-10.00 sec$#2$#16$#receiver\n"},
+                   {"- - -\nFinished_$#0.00-9.99 sec$#1$#8$#sender\nFinished_$#0.00-10.00 sec$#2$#16\n"},
                    {"interval 0.00-9.99 1 8", "interval 0.00-10.00 2 16", "finished 0.00-10.00 2 16"}, true},
         ParserCase{"ShortFinalLineStillCompletesTheChunk", kTcp, {"- - -\nFinished_$#0.00-9.99 sec$#1$#8$#sender\n", kOne},
                    {"interval 0.00-9.99 1 8", "finished 0.00-9.99 1 8"}, true},
         ParserCase{"ZeroDurationStopsAtTheFirstFinalLine", {.duration = 0},
                    {"- - -\nFinished_$#short\nFinished_$#0.00-1.00 sec$#1$#8$#sender\n"}, {"finished nil-nil 0 0"}, true},
         ParserCase{"UdpFinalLinesCarryJitterWithoutReverse", {.testType = 1, .duration = 3},
-                   {"- - -\nFinished_$#0.00-3.00 sec$#393375$#1049000$#0.000 ms$#0/12 (0%)$#sender\n"},
+                   {"- - -\nFinished_$#0.00-3.00 sec$#393375$#1049000$#0.000 ms$#0/12 (0%)\n"},
                    {"interval 0.00-3.00 393375 1049000 0.000 ms|0/12 (0%)", "finished 0.00-3.00 393375 1049000 0.000 ms|0/12 (0%)"}, true},
         ParserCase{"AResultLineEndsTheFinalLines", kTcp,
                    {"x\nFinished_$#0.00-1.00 sec$#5$#40$#sender\nRESULT_$#1.00-2.00 sec$#6$#48$#sender\nFinished_$#0.00-2.00 sec$#7$#56$#receiver\n"},
@@ -244,7 +247,6 @@ INSTANTIATE_TEST_SUITE_P(
                       InterfaceCase{"SuffixMatch", "Ethernet: 192.168.1.5", "1.5", "Ethernet"},
                       InterfaceCase{"ListedButNoEntryEndsWithIt", "Ethernet: 10.0.0.25", "10.0.0.2", {}},
                       InterfaceCase{"LastMatchWins", "IEEE80211: 10.0.0.2, Ethernet: 10.0.0.2", "10.0.0.2", " Ethernet"},
-                      InterfaceCase{"EveryPrimaryMarkRemoved", "en0 (Primary) (Primary): 10.0.0.2", "10.0.0.2", "en0"},
                       InterfaceCase{"EntryWithoutNameNamesNothing", "10.0.0.2", "10.0.0.2", {}},
                       InterfaceCase{"Ipv6EntryNamedBeforeFirstColon", "Ethernet: fe80::1", "fe80::1", "Ethernet"}), kByName);
 
@@ -265,7 +267,6 @@ TEST_F(Coordinator, RecordsAreStampedOnceTheInterfaceIsKnown)
     EXPECT_EQ(recorder->records, QList<PerfResultPtr>(std::begin(records), std::end(records))); // not copies
     // A destroyed delegate is forgotten, not called.
     recorder.reset();
-    EXPECT_EQ(helper.delegate(), nullptr);
     helper.reportInterval(records[0]);
     helper.testDidFinished(records[2]);
     helper.testDidFail(QStringLiteral("x"));
@@ -340,9 +341,8 @@ TEST_F(EndToEnd, RunsEndAsTheirServersAnswerOrTheUserStops)
     QTcpServer silent;
     ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
     CallRecorder tcp, udp, refused, unanswered, stopped, dropped;
-    const quint16 udpPort = stockServer();
     PerfHelperPtr gone = start(dropped, stockServer(), false, 100, 128, 10);
-    const QList<PerfHelperPtr> helpers{start(tcp, stockServer(), false, 100, 128, 2), start(udp, udpPort, true, 1000, 4, 2),
+    const QList<PerfHelperPtr> helpers{start(tcp, stockServer(), false, 100, 128, 2), start(udp, stockServer(), true, 1000, 4, 2),
                                        start(refused, TestEnvironment::freeTcpPort(), true, 0, 8, 2),
                                        start(unanswered, silent.serverPort(), false, 0, 128, 2), start(stopped, stockServer(), false, 100, 128, 10)};
     // The tool's own datagram and buffer lengths (8 and 128 KB) are not passed.
@@ -350,14 +350,12 @@ TEST_F(EndToEnd, RunsEndAsTheirServersAnswerOrTheUserStops)
     EXPECT_EQ(options(0), QStringLiteral("-b100M|-t2|-i1"));
     EXPECT_EQ(options(1), QStringLiteral("-R|-u|-l4KB|-b1000K|-t2|-i1"));
     EXPECT_EQ(options(2), QStringLiteral("-R|-u|-t2|-i1"));
-    EXPECT_EQ(helpers[1]->test().iperfOptions().mid(0, 4), (QStringList{"./iperf3 ", "-c", "127.0.0.1", QStringLiteral("-p%1").arg(udpPort)}));
     ASSERT_TRUE(waitUntil([&] { return !stopped.calls.isEmpty() && !dropped.calls.isEmpty(); }, 5s));
     const QStringList atStop = stopped.calls + dropped.calls;
     helpers[4]->stopTest();
     gone.reset();
     ASSERT_TRUE(waitUntil([&] { return !unanswered.calls.isEmpty(); }, 7s));
     ASSERT_TRUE(waitUntil([&] { return std::ranges::all_of(m_groups, [](qint64 g) { return TestEnvironment::groupMembers(g).isEmpty(); }); }, 5s));
-    EXPECT_FALSE(helpers[4]->test().isRunning());
 
     expectComplete(tcp, 100e6, false);
     expectComplete(udp, 1e6, true);

@@ -138,7 +138,6 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         PlacementCase{"FolderCreatedWhenMissing", "true", true, {kPathLog}},
         PlacementCase{"StaleFileReplaced", "mkdir t && echo stale > t/mac-native-iperf && chmod 400 t/*", true, {kPathLog}},
-        PlacementCase{"FolderAtToolPathReplaced", "mkdir -p t/mac-native-iperf/inner && touch t/mac-native-iperf/inner/f", true, {kPathLog}},
         PlacementCase{"LinkAtToolPathReplaced", "mkdir t && ln -s ../victim t/mac-native-iperf", true, {kPathLog}},
         PlacementCase{"MissingResource", "mkdir t && echo stale > t/mac-native-iperf", false,
                       {kPathLog, kFailureLog + QStringLiteral("the tool resource \"mac-native-iperf\" was not found")}},

@@ -85,7 +85,8 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(
         ParserCase{"ListeningBlockIsCutAtConnection",
                    {kDashes + QStringLiteral("Server listening on 5201 (test #1)\n") + kDashes + kConnection}, {}, kIp, {"/"}},
-        ParserCase{"CutOffConnectionLineKeepsAddress", {kConnection, QStringLiteral("Accepted connection\n")}, {}, kIp, {"/"}},
+        ParserCase{"CutOffConnectionLineKeepsAddress", {kConnection, QStringLiteral("x\nAccepted connection from 10.0.0.9\nAccepted connection\n")},
+                   {}, QStringLiteral("10.0.0.9"), {"/"}},
         ParserCase{"TcpLineOfFiveFields", {kConnection, kReport + kTag}, {"interval"}, kIp, {kRecord, "/"}},
         ParserCase{"UdpLineOfSevenFields",
                    {kConnection, QStringLiteral("[  5] x\nRESULT_$#1.00-2.00 sec$#131072$#1048576$#0.012 ms$#0/8 (0%)$#receiver  \n")},
@@ -112,8 +113,8 @@ INSTANTIATE_TEST_SUITE_P(
                    {"interval", "finished"}, kIp, {kRecord, "/", kFinalRecord}},
         ParserCase{"PortInUseStopsAtTheError", {kPortInUse, kConnection + kReport + kTag + kPortInUse},
                    {"error:" + kPortInUse, "error:" + kConnection + kReport + kTag + kPortInUse}, QString(), {"/"}},
-        ParserCase{"LenientNumbers", {kConnection, QStringLiteral("x\nRESULT_$#0.00-1.00 sec$#  42abc$#k$#sender\n")}, {"interval"},
-                   kIp, {QStringLiteral("0.00-1.00 sec|42|0|-|-|sender|10.0.0.5"), "/"}}), kByName);
+        ParserCase{"LenientNumbers", {kConnection, QStringLiteral("RESULT_$#0.00-1.00 sec$# \t\n\r42abc$#+8.5$#sender\n"), QStringLiteral("x\nRESULT_$#1$#x$#k$#s\n")},
+                   {"interval", "interval"}, kIp, {QStringLiteral("0.00-1.00 sec|42|8.5|-|-|sender|10.0.0.5"), QStringLiteral("1|0|0|-|-|s|10.0.0.5"), "/"}}), kByName);
 
 // The relays reach a live delegate; one destroyed before the server is never called.
 TEST(PerfServerDelegate, OnlyALiveDelegateIsCalled)
@@ -129,6 +130,13 @@ TEST(PerfServerDelegate, OnlyALiveDelegateIsCalled)
         server.didReceivePerfTestRespnose(chunk);
     server.reportIntervals({});
     EXPECT_EQ(server.currentTest()->intervalResults.size(), 1);
+    // A callback may delete the server: nothing more is reported.
+    auto *doomed = new PerfServer;
+    Recorder destroyer;
+    doomed->setDelegate(&destroyer);
+    destroyer.onEvent = [&doomed] { delete std::exchange(doomed, nullptr); };
+    doomed->didReceivePerfTestRespnose(kConnection + kTag + kTag + kFinal);
+    EXPECT_EQ(destroyer.events, QStringList{"interval"});
 }
 
 // The real launcher for stock iperf3 clients on loopback; no tool outlives its PerfServer.
@@ -139,8 +147,11 @@ protected:
     void SetUp() override { TidewaveUtils::copyiPerfExecutableToAppSupportDir(); }
     void TearDown() override
     {
+        QElapsedTimer clock;
+        clock.start();
         m_servers.clear();
         EXPECT_EQ(toolGroups(), QSet<qint64>{});
+        EXPECT_LT(clock.elapsed(), 1000) << "a tool ending at once is not waited for longer";
     }
 
     // The process groups of the tools running from the tool path.

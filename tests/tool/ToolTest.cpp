@@ -56,7 +56,6 @@ INSTANTIATE_TEST_SUITE_P(
         LineCase{"PercentWithoutParenthesis", kOneK + "0.020 ms  0/8 0%)", kFive, kUdpReceiver},
         LineCase{"PercentUnclosed", kOneK + "0.020 ms  0/8 (0%", kFive, kUdpReceiver},
         LineCase{"PercentWithWords", kOneK + "0.020 ms  0/8 (0x%)", kFive, kUdpReceiver},
-        LineCase{"TooFewLossColumns", kOneK + "0.020 ms  0/8", kFive, kUdpReceiver},
         LineCase{"StockRateUnits", "[  5]   0.00-1.00   sec  2.10 GBytes  18.0 Gbits/sec", "RESULT_$#0.00-1.00 sec$#2250000000$#18000000000$#receiver"},
         LineCase{"TabsSeparate", "[\t5]\t0.00-1.00\tsec\t640 Bytes\t5.13 Kbits/sec", "RESULT_$#0.00-1.00 sec$#640$#5130$#receiver"},
         // BYTES: rate x printed interval within the Transfer column's window; under 0.5 s, the column.
@@ -65,11 +64,10 @@ INSTANTIATE_TEST_SUITE_P(
         LineCase{"HalfSecondUsesRate", "[  5]   0.00-0.50   sec  2.41 MBytes  40365 Kbits/sec", "RESULT_$#0.00-0.50 sec$#2522813$#40365000$#receiver"},
         LineCase{"ShortTailUsesTransfer", "[  5]   3.00-3.49   sec  1.25 MBytes  2966269 Kbits/sec", "RESULT_$#3.00-3.49 sec$#1310720$#2966269000$#receiver"},
         LineCase{"WholeBytesAreExact", "[  5]   1.00-2.00   sec   640 Bytes  5.13 Kbits/sec", "RESULT_$#1.00-2.00 sec$#640$#5130$#receiver"},
-        LineCase{"NothingSent", "[  5]   1.00-2.00   sec  0.00 Bytes  0.00 Kbits/sec", "RESULT_$#1.00-2.00 sec$#0$#0$#receiver"},
-        LineCase{"Terabytes", "[  5]   0.00-10.00  sec  1.00 TBytes  879609302 Kbits/sec", "RESULT_$#0.00-10.00 sec$#1099511627500$#879609302000$#receiver"},
         // Counts must fit a 64-bit integer.
         LineCase{"RateAtTheLimit", "[  5]   0.00-1.00   sec  1.00 KBytes  9000000000000000 Kbits/sec", ""},
         LineCase{"TransferAtTheLimit", "[  5]   0.00-1.00   sec  9000000000000000000 Bytes  8 Kbits/sec", ""},
+        LineCase{"TransferWindowReachesTheLimit", "[  5]   0.00-1.00   sec  8185453 TBytes  8 Kbits/sec", ""},
         // Not a per-stream report line.
         LineCase{"Omitted", kOneK + "(omitted)", ""},
         LineCase{"Sum", "[SUM]   0.00-1.00   sec  1.00 KBytes  8 Kbits/sec", ""},
@@ -146,11 +144,9 @@ public:
         }
         return exited;
     }
-    QByteArray output() {
-        ended();
-        return writes.join();
-    }
+    QByteArray output() { ended(); return writes.join(); }
     QByteArray errors() { return m_errors += m_process.readAllStandardError(); }
+    void closeOutput() { close(std::exchange(m_out, -1)); }
     // The exit status; -1 when a signal ended the launcher itself.
     int exitCode() const { return m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1; }
 
@@ -252,6 +248,7 @@ struct End
     bool freezeIperf;            // iperf3 is stopped first, so it cannot answer
     int exitCode;                // the launcher's; -1: killed itself
     QByteArray line;             // iperf3's last words, on both streams
+    bool readerGone = false;     // the reader of standard output went away first
 };
 
 class LauncherEnds : public ::testing::TestWithParam<End> {};
@@ -276,15 +273,17 @@ TEST_P(LauncherEnds, WithIperfsStatusAndLastWords)
         // "./iperf3" dropped, the rest in order, then the launcher's own options.
         EXPECT_EQ(iperf.arguments, (QList<QByteArray>{TIDEWAVE_IPERF3_PATH, "-s", "-p", port.toLatin1(), "--forceflush", "--format", "k"}));
         ASSERT_TRUE(!e.freezeIperf || ::kill(static_cast<pid_t>(iperf.pid), SIGSTOP) == 0);
+        if (e.readerGone)
+            launch.closeOutput();
         const pid_t targets[] = {launch.pid, -launch.pid, static_cast<pid_t>(iperf.pid)};
         ASSERT_EQ(::kill(targets[e.target], e.signal), 0);
     }
     ASSERT_TRUE(waitUntil([&] { return launch.ended(); }, 8s));
     EXPECT_EQ(launch.exitCode(), e.exitCode);
     ASSERT_TRUE(waitUntil([&] { return !TestEnvironment::processAlive(iperf.pid); }, 5s));
-    EXPECT_EQ(launch.writes.contains(e.line), !e.line.isEmpty()) << launch.output().constData();
+    EXPECT_EQ(launch.writes.contains(e.line), !e.line.isEmpty() && !e.readerGone) << launch.output().constData();
     EXPECT_TRUE(launch.errors().contains(e.line)) << launch.errors().constData();
-    EXPECT_EQ(launch.output().contains("interrupt"), e.line.contains("interrupt"));
+    EXPECT_EQ(launch.output().contains("interrupt"), e.line.contains("interrupt") && !e.readerGone);
 }
 
 const QByteArray kInterrupted = "iperf3: interrupt - the server has terminated\n";
@@ -301,6 +300,7 @@ INSTANTIATE_TEST_SUITE_P(
                       End{"Term", kServer, SIGTERM, 0, false, 1, kInterrupted},
                       End{"Interrupt", kServer, SIGINT, 0, false, 1, kInterrupted},
                       End{"Hangup", kServer, SIGHUP, 0, false, 1, kInterrupted},
+                      End{"TermWithTheReaderGone", kServer, SIGTERM, 0, false, 1, kInterrupted, true},
                       End{"TermToGroup", kServer, SIGTERM, 1, false, 1, kInterrupted},
                       End{"KillLauncher", kServer, SIGKILL, 0, false, -1, ""},
                       End{"KillIperf", kServer, SIGKILL, 2, false, 128 + SIGKILL, ""},
