@@ -373,8 +373,7 @@ TEST(SpeedGraph, DetailIsLightStandaloneIsDarkAndLineAndAreaAreDrawnInTheirColou
         settings.store.setObject(value, key);
     GraphView view(nullptr, &settings.store);
     view.plotData = {{{"x", 1}, {"y", 5.5}}, {{"x", 2}, {"y", 7}}};
-    view.show();
-    const SpeedGraph *standalone = view.graph();
+    const SpeedGraph *standalone = (view.show(), view.graph());
     EXPECT_EQ(look(*standalone), "#000000 #000000 0 8,30,8,15 #ffffff -1 0 1 [#bfffffff/0.75c #1affffff/0.25c #ff86878c/2 #ffffff #ffffff %d -1 -1 2 0 1 0 0 0] "
                                  "[#bfffffff/0.75c #1affffff/0.25c #ff86878c/2 #ffffff #ffffff %d -1 -1 4 -45 1 0 0 0] #ff00ff00/2 #80ffffff 3 10");
     EXPECT_EQ(standalone->xAxisTitle() + "|" + standalone->yAxisTitle() + "|" + points(*standalone) + "|" + QString::number(standalone->xMinorTicksPerInterval())
@@ -384,12 +383,13 @@ TEST(SpeedGraph, DetailIsLightStandaloneIsDarkAndLineAndAreaAreDrawnInTheirColou
         SpeedGraph graph(kind);
         const QList<QPointF> line{{0, 5}, {10, 5}};
         graph.setDataSource([&] { return line.size(); }, [&](int field, qsizetype i) { return field ? line[i].y() : line[i].x(); });
-        graph.resize(500, 360), graph.setXRange(0, 10), graph.setYRange(0, 10), graph.reloadData(), graph.show();
-        ASSERT_TRUE(QTest::qWaitForWindowExposed(&graph));
-        const QImage image = graph.grab().toImage();
+        ASSERT_TRUE((graph.resize(500, 360), graph.setXRange(0, 10), graph.setYRange(0, 10), graph.reloadData(), graph.show(), QTest::qWaitForWindowExposed(&graph)));
+        QImage image = graph.grab().toImage();
         const auto at = [&](double x, double y) { return image.pixelColor(graph.mapFromScene(graph.plotItem()->mapToPlot({x, y})) + graph.viewport()->pos()); };
         const int lighter = at(5.1, 2.6).lightness() - at(5.1, 7.4).lightness(); // below the line: white fill, half-transparent on dark
-        EXPECT_EQ(at(5.1, 5).name() + QString::number(kind == SpeedGraph::Look::Detail ? lighter == 0 : lighter > 40), lineColour.name() + "1");
+        const QString first = at(5.1, 5).name() + QString::number(kind == SpeedGraph::Look::Detail ? lighter == 0 : lighter > 40);
+        graph.setYRange(0, 20), image = graph.grab().toImage(); // a new frame is drawn afresh
+        EXPECT_EQ(first + at(5.1, 5).name(), lineColour.name() + "1" + lineColour.name());
     }
 }
 

@@ -28,7 +28,7 @@ TEST(ClientTabEndToEnd, AReverseTestRunsTheToolFillsTableAndGraphAndAStopOrAClos
     const quint16 port = TestEnvironment::freeTcpPort();
     QProcess server; // a stock iperf3 server
     server.start("iperf3", {"-s", "-B", "127.0.0.1", "-p", QString::number(port), "--forceflush"});
-    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return server.readAllStandardOutput().contains("Server listening"); }, 10s));
+    ASSERT_TRUE(TestEnvironment::waitUntil([&, out = QByteArray()]() mutable { return (out += server.readAllStandardOutput()).contains("Server listening"); }, 10s));
     TempStore settings;
     InfoMessages messages;
     ClientTab tab(nullptr, [&] { ClientTabServices s; s.settings = &settings.store; return s; }());

@@ -44,7 +44,7 @@ TEST(Notice, FadesInWithItsIconClosesAfterItsDelayOrOnAClickThatCancelsEveryPend
 {
     ProgressWindow *window = ProgressWindowController::sharedPrgoressWindowController()->window();
     window->closeWindowOnMouseDown(); // nothing left pending from earlier notices
-    window->showWindowWithImage(ProgressWindow::informationImage(), "Server started on port 5201", 0.6);
+    window->showWindowWithImage(ProgressWindow::informationImage(), "Server started on port 5201", 1.0);
     EXPECT_TRUE(window->isVisible() && window->iconToShow->isVisible() && !window->iconToShow->pixmap().isNull() && !window->closeButton->isVisible());
     const double opacity = window->windowOpacity();
     EXPECT_FALSE(TestEnvironment::waitUntil([&] { return !window->isVisible(); }, 400ms));
