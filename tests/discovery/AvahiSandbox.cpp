@@ -1,7 +1,5 @@
 #include "discovery/AvahiSandbox.h"
 
-#include <QFile>
-
 #include <sys/prctl.h>
 
 #include <csignal>
@@ -32,8 +30,7 @@ bool AvahiSandbox::setUp()
     write("avahi-daemon.conf", "[server]\nuse-ipv4=yes\nuse-ipv6=no\nallow-interfaces=lo\nratelimit-interval-usec=1000000\nratelimit-burst=1000\n"
                                "[wide-area]\nenable-wide-area=no\n[publish]\npublish-hinfo=no\npublish-workstation=no\n");
     reason = "the private dbus-daemon or avahi-daemon did not start";
-    m_bus = start({"dbus-daemon", "--config-file=" + m_dir.filePath("bus.conf"), "--nofork", "--print-address"}, "unix:path=");
-    if (!m_bus || !startAvahi())
+    if (!startBus() || !startAvahi())
         return false;
     // Only the calling (main) thread moves: it is where every socket of the code under test is made.
     reason = "cannot enter network namespace " + m_space.name;

@@ -3,6 +3,7 @@
 #include "common/TestEnvironment.h"
 #include "network/NetworkTestSupport.h"
 
+#include <QFile>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -34,6 +35,8 @@ public:
                                 "Server startup complete")) != nullptr;
     }
     void stopAvahi() { m_avahi.reset(); }
+    bool startBus() { return QFile::remove(TestEnvironment::systemBusPath()), (m_bus = start({"dbus-daemon", "--config-file=" + m_dir.filePath("bus.conf"), "--nofork", "--print-address"}, "unix:path=")) != nullptr; }
+    void stopBus() { m_bus.reset(); }
 
 private:
     struct Stop { void operator()(QProcess *p) const { p->terminate(), p->waitForFinished(5000) || (p->kill(), p->waitForFinished(5000)), delete p; } };

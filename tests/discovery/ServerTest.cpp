@@ -128,7 +128,6 @@ TEST_F(ServerTest, PublishBrowseCollideConnectResolveAndStop)
     ASSERT_TRUE(waitFor([&] { return watcherEvents.events.size() == 3; })) << watcherEvents.events.join('|').toStdString();
     EXPECT_EQ(watcherEvents.moreComing, (QList<bool>{true, true, false}));
     EXPECT_EQ(watcherEvents.names(), (QStringList{host->iPerfIP(), fitted, same}));
-    EXPECT_TRUE(host->port() != 0 && host->port() != watcher->port());
 
     ServerError error;
     EXPECT_FALSE(first->sendData("early", &error));
@@ -152,7 +151,6 @@ TEST_F(ServerTest, PublishBrowseCollideConnectResolveAndStop)
     const NetServicePtr service = *std::find_if(watcherEvents.present.begin(), watcherEvents.present.end(), [&](auto &s) { return s->name == host->iPerfIP(); });
     EXPECT_EQ(Server::getAddress(service), "") << "not resolved yet";
     watcher->connectToRemoteService(service);
-    EXPECT_EQ(watcher->currentlyResolvingService(), service);
     ASSERT_TRUE(waitFor([&] { return hostEvents.connections == 1 && watcherEvents.connections == 1; }, 5s));
     EXPECT_EQ(Server::getAddress(service) + ":" + QString::number(service->port), "127.0.0.1:" + QString::number(host->port()));
     EXPECT_TRUE(service->hostName.endsWith(".local") && !watcher->currentlyResolvingService()) << service->hostName.toStdString();
@@ -166,7 +164,6 @@ TEST_F(ServerTest, PublishBrowseCollideConnectResolveAndStop)
     ASSERT_TRUE(waitFor([&] { return hostEvents.lost == QList<QVariantMap>{{}}; }, 5s));
     EXPECT_FALSE(host->inputStreamReady() || host->outputStreamReady() || host->outputStreamHasSpace());
     ASSERT_TRUE(waitFor([&] { return watcherEvents.events.last() == "+" + host->iPerfIP(); })) << watcherEvents.events.join(u'|').toStdString();
-    EXPECT_EQ(hostEvents.stopped, 0);
 
     first->stop();
     EXPECT_TRUE(sameEvents.stopped == 1 && !listening(first->port()));
@@ -199,6 +196,10 @@ TEST_F(ServerTest, ADaemonThatComesAndGoes)
     sandbox->stopAvahi();
     ASSERT_TRUE(waitFor([&] { return watcherEvents.present.isEmpty(); })) << "peers vanish with the daemon";
     ASSERT_TRUE(sandbox->startAvahi());
+    ASSERT_TRUE(waitFor([&] { return watcherEvents.names() == QStringList{"Orphan", "Survivor"}; }));
+    sandbox->stopAvahi(), sandbox->stopBus(); // the bus too: reconnecting keeps failing until both are back
+    ASSERT_TRUE(waitFor([&] { return watcherEvents.present.isEmpty(); }));
+    ASSERT_TRUE(sandbox->startBus() && sandbox->startAvahi());
     ASSERT_TRUE(waitFor([&] { return watcherEvents.names() == QStringList{"Orphan", "Survivor"}; }));
 }
 
