@@ -1,4 +1,4 @@
-// Prints what the inventory sees in the namespace it runs in: the configuration listing, "--", the records, the addresses.
+// Prints what the inventory sees in the namespace it runs in: the configuration listing, "--", the records.
 #include "network/GetPIFInterfaceinfo.h"
 #include "network/LinuxInventoryProvider.h"
 
@@ -10,7 +10,4 @@ int main()
     out << LinuxInventoryProvider().configurationListing().output << "--\n";
     for (const PIFCInterfaceInfoPtr &record : GetPIFInterfaceinfo::getAllNetworksDetails())
         out << record->toString() << '\n';
-    QStringList addresses = GetPIFInterfaceinfo::getListOfNetworksDetails();
-    addresses.sort();
-    out << "addresses:" << addresses.join(u',') << '\n';
 }

@@ -193,14 +193,14 @@ TEST(LinuxInventory, NamespaceAsTheKernelAndTheMonitorReportIt)
               "BSDName=tw4,DisplayName=tw4,MAC=02:00:00:00:00:04,IP=10.204.0.1, Status=active,type=Ethernet,serviceOrder=0\n"
               "BSDName=tw0,DisplayName=tw0,MAC=02:00:00:00:00:01,IP=10.201.0.2, Status=active,type=Ethernet,serviceOrder=1\n"
               "BSDName=tw5,DisplayName=tw5,MAC=,IP=10.205.0.1, Status=active,type=VPN,serviceOrder=2\n"
-              "BSDName=tw0p,DisplayName=VPN,MAC=02:00:00:00:00:02,IP=10.202.0.1, Status=active,type=(null),serviceOrder=500\n"
-              "addresses:10.201.0.2,10.202.0.1,10.204.0.1,10.205.0.1\n");
+              "BSDName=tw0p,DisplayName=VPN,MAC=02:00:00:00:00:02,IP=10.202.0.1, Status=active,type=(null),serviceOrder=500\n");
     // Resolved by now (the look-up is retried after a change): only the address's own route counts.
     ASSERT_EQ(space.ip("route del default dev tw0; route del default dev tw4"), "");
     ASSERT_TRUE(reported({false, true, false}));
     ASSERT_EQ(space.ip("route add 198.51.100.0/24 via 10.201.0.254"), "");
     ASSERT_TRUE(reported({false, true, false, true}));
     EXPECT_GE(lookUps, 2);
+    EXPECT_EQ(NetlinkReachabilitySource::systemResolve("localhost").count(QHostAddress::LocalHost), 1) << "from the hosts file, once";
 }
 
 TEST(MacAddress, AddressesAndVersions)
@@ -379,6 +379,11 @@ TEST(WiFiLinkInformation, StampsResultsAndNormalizesTexts)
     EXPECT_TRUE(WiFiLinkInformation::populateWiFiInterfaceInfo(untouched, nullptr).ssidField.isNull());
     EXPECT_EQ(WiFiLinkInformation::normalizeMAC("a:b:c:d:e:f") + WiFiLinkInformation::normalizeMAC("aa::bb"), "0A:0B:0C:0D:0E:0FAA::BB");
     EXPECT_FALSE(WiFiLinkInformation::normalizeMAC(QString()).isNull() || WiFiLinkInformation::normalizeMAC(QString()).size());
+    // The text-based reader: the topmost value of each marker (after its line's first colon), never on the first line.
+    EXPECT_EQ(WiFiLinkInformation::parseAirPortOutput(" agrCtlRSSI: -51\n agrCtlNoise: -92\n lastTxRate: 867\n link auth: wpa2-psk\n BSSID: 0:1b:2c\n"
+                                                      " SSID: Home\n MCS: 9\n channel: 36\n\n channel: 149,80\nnote: lastTxRate: 54\n"),
+              (QMap<QString, QString>{{"agrCtlNoise:", "-92"}, {"lastTxRate:", "867"}, {"link auth:", "wpa2-psk"}, {"BSSID:", "0:1b:2c"},
+                                      {"SSID:", "Home"}, {"MCS:", "9"}, {"channel:", "36"}}));
     // This machine has no radio: loopback and a missing name give no values.
     for (const QString name : {"lo", "tw-absent0"})
         EXPECT_EQ(Nl80211Interface::interfaceWithName(name)->interfaceName() + " " + text(Nl80211Interface::interfaceWithName(name)->linkState()),
