@@ -114,10 +114,9 @@ const QStringList kFinal3sCalls{"interval 0.00-3.00 1 8", "finished 0.00-3.00 1 
 INSTANTIATE_TEST_SUITE_P(
     PerfTest, Parser,
     ::testing::Values(
-        ParserCase{"IntervalLinesUnitWordsDropped", kTcp,
+        ParserCase{"IntervalLinesUnitWordsDroppedFormatCopied", {.format = 1},
                    {"RESULT_$#0.00-1.00 sec$#524288$#4194304$#sender\n", "x\nRESULT_$#1.00-2.00 sec$#512 KBytes$#4096 Kbits/sec\n"},
-                   {"interval 0.00-1.00 524288 4194304", "interval 1.00-2.00 512 4096"}, false},
-        ParserCase{"FormatIsCopied", {.format = 1}, {kOne}, {"interval 0.00-1.00 1 8 fmt=1"}, false},
+                   {"interval 0.00-1.00 524288 4194304 fmt=1", "interval 1.00-2.00 512 4096 fmt=1"}, false},
         ParserCase{"UdpIntervalWithoutReverseHasNoJitter", {.testType = 1}, {kUdpLine}, {"interval 0.00-1.00 524288 4194304"}, false},
         ParserCase{"UdpReverseIntervalHasJitterAndLoss", {.testType = 1, .reverse = 1}, {kUdpLine},
                    {"interval 0.00-1.00 524288 4194304 0.012 ms|0/8 (0%)"}, false},

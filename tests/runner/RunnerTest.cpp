@@ -69,7 +69,7 @@ TEST(ShellTask, SynchronousCallEndsAtEndOfFileWhileTheCommandRunsOn)
     ASSERT_TRUE(ShellTask::signalProcessGroup(pid, SIGKILL)); // still running, in a group of its own
     // The shell is reaped in the background.
     ASSERT_TRUE(TestEnvironment::waitUntil([pid] { return !QFile::exists(QStringLiteral("/proc/%1").arg(pid)); }, 5s));
-    // Nor is there ever one at 0 (our own) or below.
+    // There is never a group to signal at 0 (our own) or below.
     EXPECT_FALSE(ShellTask::signalProcessGroup(0, 0));
     EXPECT_FALSE(ShellTask::signalProcessGroup(-1, 0));
 }

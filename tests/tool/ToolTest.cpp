@@ -112,7 +112,8 @@ INSTANTIATE_TEST_SUITE_P(Captures, LineTaggerGolden,
 class Launch
 {
 public:
-    explicit Launch(const QStringList &arguments) {
+    explicit Launch(const QStringList &arguments)
+    {
         int sockets[2] = {-1, -1};
         socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets);
         m_out = sockets[0];
@@ -126,7 +127,8 @@ public:
         pid = static_cast<pid_t>(m_process.processId());
         m_clock.start();
     }
-    ~Launch() {
+    ~Launch()
+    {
         if (m_process.state() != QProcess::NotRunning)
             ::kill(-pid, SIGKILL);
         m_process.waitForFinished(5000);
@@ -134,7 +136,8 @@ public:
     }
 
     // Reads what has come so far; whether the launcher has exited.
-    bool ended() {
+    bool ended()
+    {
         const bool exited = m_process.state() == QProcess::NotRunning;
         for (char buffer[1 << 16]; const ssize_t n = recv(m_out, buffer, sizeof buffer, MSG_DONTWAIT);) {
             if (n < 0)
