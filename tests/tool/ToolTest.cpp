@@ -235,7 +235,7 @@ TEST_P(LauncherPair, BothSidesTagEveryReport)
     const qsizetype connected = firstWith("connected to");
     const qsizetype report = firstWith("RESULT_");
     ASSERT_TRUE(connected < report && report < client.writes.size()) << client.output().constData();
-    EXPECT_GT(client.times[report] - client.times[connected], 200);
+    EXPECT_GT(client.times[report] - client.times[connected], 100);
 }
 
 INSTANTIATE_TEST_SUITE_P(Loopback, LauncherPair,
