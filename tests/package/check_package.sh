@@ -5,11 +5,10 @@
 # application started from <root>/usr/bin finds its tool and defaults inside
 # that root (not in the build tree or a system-wide copy).
 #
-#   check_package.sh <build folder> <resource probe program>
+#   check_package.sh <build folder>
 set -eu
 
 build=$1
-probe=$2
 scratch=$(mktemp -d "${TMPDIR:-/tmp}/tidewave-package-XXXXXX")
 trap 'rm -rf "$scratch"' EXIT INT TERM
 
@@ -62,15 +61,23 @@ echo "$version" | head -n 1
 echo "$version" | grep -q "^iperf 3" || fail "the installed launcher does not run iperf3: $version"
 
 echo "== application started from the unpacked root"
-cp "$probe" "$root/usr/bin/tidewave-resource-probe"
-report=$(cd / && timeout 20 "$root/usr/bin/tidewave-resource-probe") || fail "the probe failed"
-echo "$report"
-value() { echo "$report" | sed -n "s/^$1=//p"; }
-[ "$(value tool)" = "$root/usr/libexec/tidewave/mac-native-iperf" ] || fail "tool resource not found in the package"
-[ "$(value defaults)" = "$root/usr/share/tidewave/com.norvale.mactidewave-default-values.plist" ] \
-    || fail "defaults resource not found in the package"
-[ "$(value registered)" = yes ] || fail "the packaged defaults do not register"
-[ "$(value serverPort)" = 5201 ] && [ "$(value bufferLength)" = 128 ] || fail "the packaged defaults hold other values"
+# In PID, mount and network namespaces of its own, so its killall reaches only
+# its own tools and its server listens on its own loopback; user folders of its own.
+home="$scratch/home"
+XDG_CONFIG_HOME="$home/config" XDG_DATA_HOME="$home/data" XDG_CACHE_HOME="$home/cache" QT_QPA_PLATFORM=offscreen \
+    unshare --pid --fork --kill-child --mount-proc --net \
+    sh -c 'ip link set lo up && ip route add default dev lo && exec "$0"' "$root/usr/bin/tidewave" >"$scratch/app.log" 2>&1 &
+app=$!
+# It names its server's port once start-up (defaults, tool placement) is done: 15 s at most.
+for _ in $(seq 150); do
+    grep -q "server port is" "$scratch/app.log" && break
+    sleep 0.1
+done
+kill -KILL "$app" && wait "$app" || true
+grep -E "Starting|server port is|iPerf Executable Path" "$scratch/app.log" || true
+grep -q "server port is 5201$" "$scratch/app.log" || fail "the packaged defaults were not registered (server port 5201)"
+cmp -s "$home/data/Tidewave/mac-native-iperf" "$root/usr/libexec/tidewave/mac-native-iperf" \
+    || fail "the packaged tool was not placed in the user's folder"
 
 echo "== desktop entry and metainfo as installed"
 desktop-file-validate "$root/usr/share/applications/com.norvale.Tidewave.desktop" || fail "desktop entry invalid"
