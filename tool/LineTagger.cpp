@@ -122,7 +122,16 @@ std::optional<std::string> LineTagger::tag(std::string_view line)
 {
     if (isHeader(line)) {
         m_intervalsFromSender = headerIntroducesSender(line);
+        m_lastInterval.clear();
         return std::nullopt;
+    }
+    if (m_mode == Mode::Client && line == "iperf Done.") {
+        std::string held = m_heldReceivers + m_heldSenders;
+        m_heldReceivers.clear();
+        m_heldSenders.clear();
+        if (held.empty())
+            return std::nullopt;
+        return held;
     }
 
     // Per-stream lines only: "[  5]" with a numeric stream id; "[SUM]" and
@@ -186,5 +195,17 @@ std::optional<std::string> LineTagger::tag(std::string_view line)
     }
     field(role);
     out += '\n';
+
+    if (summary) {
+        if (m_mode == Mode::Server)
+            return out;
+        (role == "receiver" ? m_heldReceivers : m_heldSenders) += out;
+        return std::nullopt;
+    }
+    std::string &last = m_lastInterval[std::string(line.substr(0, close + 1))];
+    const std::string interval = std::string(w[0]);
+    if (last == interval)
+        return std::nullopt;
+    last = interval;
     return out;
 }

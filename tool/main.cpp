@@ -151,6 +151,15 @@ std::vector<char *> iperfArguments(int argc, char **argv)
     return args;
 }
 
+bool isClient(const std::vector<char *> &args)
+{
+    for (const char *arg : args) {
+        if (arg != nullptr && (std::string_view(arg) == "-c" || std::string_view(arg).starts_with("--client")))
+            return true;
+    }
+    return false;
+}
+
 [[noreturn]] void runIperf(const std::vector<char *> &args, pid_t launcher, int out, int err,
                            const sigset_t &originalMask, const struct sigaction &originalPipe)
 {
@@ -186,6 +195,14 @@ int exitCodeFor(int status)
 
 int main(int argc, char **argv)
 {
+    // The launcher ends with the shell that started it (which ends with the
+    // application), and iperf3 with the launcher: nothing of a test outlives
+    // an application that was killed outright. If the parent is already gone
+    // before prctl took effect, stop here.
+    const pid_t parent = getppid();
+    if (prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || getppid() != parent)
+        return 127;
+
     const std::vector<char *> args = iperfArguments(argc, argv);
 
     // A reader of our output that goes away must not kill us before iperf3
@@ -224,7 +241,7 @@ int main(int argc, char **argv)
     close(outPipe[1]);
     close(errPipe[1]);
 
-    LineTagger tagger;
+    LineTagger tagger(isClient(args) ? LineTagger::Mode::Client : LineTagger::Mode::Server);
     auto onOutLine = [&tagger](std::string_view line) {
         std::string_view text = line;
         if (text.ends_with('\n'))

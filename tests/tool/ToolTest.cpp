@@ -4,6 +4,7 @@
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QMap>
 #include <QProcess>
 #include <QTcpServer>
 
@@ -85,6 +86,32 @@ INSTANTIATE_TEST_SUITE_P(
         LineCase{"UnitsSwapped", "[  5]   0.00-1.00   sec  1.00 Kbits/sec  8 KBytes", ""},
         LineCase{"Error", "iperf3: error - unable to connect to server: Connection refused", ""}), kByName);
 
+// A client's result is the receiver's summary, tagged only once iperf3 says the run ended normally; an
+// interval iperf3 prints again (it repeats the last one when the server goes away) is tagged once.
+TEST(LineTaggerRuns, ClientSummaryAfterANormalEndReceiverFirst)
+{
+    const std::string interval = "[  5]   2.00-3.00   sec  1.00 KBytes  8 Kbits/sec", header = "[ ID] Interval           Transfer     Bitrate";
+    const std::string sender = "[  5]   0.00-3.00   sec  3.00 KBytes  8 Kbits/sec  sender", receiver = "[  5]   0.00-3.01   sec  2.00 KBytes  5 Kbits/sec  receiver";
+    const std::string tagged = "RESULT_$#2.00-3.00 sec$#1019$#8000$#receiver\n", finishedReceiver = "Finished_$#0.00-3.01 sec$#2043$#5000$#receiver\n",
+                      finishedSender = "Finished_$#0.00-3.00 sec$#3067$#8000$#sender\n";
+    const struct
+    {
+        LineTagger::Mode mode;
+        std::vector<std::string> lines;
+        std::string out;
+    } runs[] = {{LineTagger::Mode::Client, {header, interval, interval, header, sender, receiver, "", "iperf Done."}, tagged + finishedReceiver + finishedSender},
+                {LineTagger::Mode::Client, {header, interval, interval, header, sender, receiver, "iperf3: error - the server has terminated"}, tagged},
+                {LineTagger::Mode::Client, {header, interval, header, interval, "iperf Done."}, tagged + tagged},
+                {LineTagger::Mode::Server, {header, interval, interval, header, sender, receiver}, tagged + finishedSender + finishedReceiver}};
+    for (const auto &run : runs) {
+        LineTagger tagger(run.mode);
+        std::string out;
+        for (const std::string &line : run.lines)
+            out += tagger.tag(line).value_or("");
+        EXPECT_EQ(out, run.out) << run.lines.size();
+    }
+}
+
 class LineTaggerGolden : public ::testing::TestWithParam<std::string> {};
 
 // Captured iperf3 output (after the line naming its command), each report line followed
@@ -95,7 +122,7 @@ TEST_P(LineTaggerGolden, MatchesReviewedOutput)
     QFile reviewed(QString(captured.fileName()).replace(QStringLiteral(".txt"), QStringLiteral(".tagged")));
     ASSERT_TRUE(captured.open(QIODevice::ReadOnly) && reviewed.open(QIODevice::ReadOnly)) << captured.fileName().toStdString();
     ASSERT_TRUE(captured.readLine().startsWith("# captured from iperf 3.12"));
-    LineTagger tagger;
+    LineTagger tagger(GetParam().starts_with("client") ? LineTagger::Mode::Client : LineTagger::Mode::Server);
     QByteArray out;
     for (QByteArray line; !(line = captured.readLine()).isEmpty();)
         out += line + QByteArray::fromStdString(tagger.tag(line.chopped(1).toStdString()).value_or(""));
@@ -164,30 +191,25 @@ private:
     QElapsedTimer m_clock;
 };
 
-// Each tagged line against the report line written with it: the interval, the rate to the bit,
-// BYTES within the Transfer column's precision, jitter and loss as printed, the role, and
-// seven fields on UDP summaries and UDP receiver intervals, five on the others.
+// Each tagged line against its report line: the interval, the rate to the bit, BYTES within the
+// Transfer column's precision, jitter and loss as printed, the role, and seven fields on UDP summaries
+// and UDP receiver intervals, five on the others. An interval's tag is in the same write as its line;
+// a client's summary tags follow "iperf Done." (the run ended normally), the receiver's first.
 void expectTaggedReports(const Launch &launch, const QByteArray &role, bool udp, const QList<QByteArray> &summaryRoles)
 {
     QList<QByteArray> roles;
     QList<long> halfSeconds; // interval ends; a short tail may repeat the last
-    for (const QByteArray &write : launch.writes) {
-        const QList<QByteArray> lines = write.split('\n');
-        EXPECT_TRUE(lines.last().isEmpty()) << "a write of whole lines: " << write.constData();
-        if (lines.size() < 2 || !(lines[1].startsWith("RESULT_") || lines[1].startsWith("Finished_"))) {
-            EXPECT_FALSE(write.contains("RESULT_") || write.contains("Finished_")) << write.constData();
-            continue;
-        }
-        ASSERT_EQ(lines.size(), 3) << "a report line and its tagged line: " << write.constData();
-        const QList<QByteArray> tag = lines[1].split('$');
-        const QList<QByteArray> words = lines[0].mid(lines[0].indexOf(']') + 1).simplified().split(' ');
-        const bool summary = lines[1].startsWith("Finished_");
-        ASSERT_EQ(tag.size(), udp && (summary || role == "receiver") ? 7 : 5) << write.constData();
+    QMap<QByteArray, QByteArray> held; // a client's untagged summary lines by role
+    const auto expectPair = [&](const QByteArray &report, const QByteArray &tagged) {
+        const QList<QByteArray> tag = tagged.split('$');
+        const QList<QByteArray> words = report.mid(report.indexOf(']') + 1).simplified().split(' ');
+        const bool summary = tagged.startsWith("Finished_");
+        ASSERT_EQ(tag.size(), udp && (summary || role == "receiver") ? 7 : 5) << tagged.constData();
         EXPECT_EQ(tag[1], "#" + words[0] + " sec");
         const double unit = std::pow(1024.0, QList<QByteArray>{"Bytes", "KBytes", "MBytes", "GBytes"}.indexOf(words[3]));
         const qsizetype dot = words[2].indexOf('.');
         const double halfDigit = 0.5 * std::pow(10.0, dot < 0 ? 0 : dot + 1 - words[2].size()) * unit;
-        EXPECT_LE(std::abs(tag[2].mid(1).toDouble() - words[2].toDouble() * unit), halfDigit + 1) << write.constData();
+        EXPECT_LE(std::abs(tag[2].mid(1).toDouble() - words[2].toDouble() * unit), halfDigit + 1) << tagged.constData();
         EXPECT_EQ(words[5], "Kbits/sec");
         EXPECT_EQ(tag[3].mid(1).toLongLong(), std::llround(words[4].toDouble() * 1000));
         if (tag.size() == 7) {
@@ -198,6 +220,23 @@ void expectTaggedReports(const Launch &launch, const QByteArray &role, bool udp,
             roles.append(words.last());
         else if (const long end = std::lround(words[0].mid(words[0].indexOf('-') + 1).toDouble() * 2); !halfSeconds.contains(end))
             halfSeconds.append(end);
+    };
+    for (const QByteArray &write : launch.writes) {
+        const QList<QByteArray> lines = write.split('\n');
+        EXPECT_TRUE(lines.last().isEmpty()) << "a write of whole lines: " << write.constData();
+        if (lines[0] == "iperf Done.") {
+            for (const QByteArray &tagged : lines.mid(1, lines.size() - 2))
+                expectPair(held.value(tagged.mid(tagged.lastIndexOf('#') + 1)), tagged);
+            continue;
+        }
+        if (lines.size() < 2 || !(lines[1].startsWith("RESULT_") || lines[1].startsWith("Finished_"))) {
+            EXPECT_FALSE(write.contains("RESULT_") || write.contains("Finished_")) << write.constData();
+            if (lines[0].startsWith("[  ") && (lines[0].endsWith("sender") || lines[0].endsWith("receiver")))
+                held[lines[0].mid(lines[0].lastIndexOf(' ') + 1)] = lines[0];
+            continue;
+        }
+        ASSERT_EQ(lines.size(), 3) << "a report line and its tagged line: " << write.constData();
+        expectPair(lines[0], lines[1]);
     }
     EXPECT_EQ(halfSeconds, (QList<long>{1, 2}));
     EXPECT_EQ(roles, summaryRoles);
@@ -224,7 +263,7 @@ TEST_P(LauncherPair, BothSidesTagEveryReport)
     EXPECT_TRUE(server.output().contains("Accepted connection from 127.0.0.1"));
     const bool udp = QByteArray(d.options).contains("-u"), reverse = QByteArray(d.options).contains("-R");
     const QByteArray serverRole = reverse ? "sender" : "receiver";
-    expectTaggedReports(client, reverse ? "receiver" : "sender", udp, {"sender", "receiver"});
+    expectTaggedReports(client, reverse ? "receiver" : "sender", udp, {"receiver", "sender"});
     expectTaggedReports(server, serverRole, udp, {serverRole});
 
     // The engine drops results read together with the connection line: that line must
