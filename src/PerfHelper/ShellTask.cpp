@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -22,7 +23,15 @@ std::unique_ptr<QProcess> ShellTask::taskForShellCommand(const QString &command)
     process->setProgram(kShell);
     process->setArguments({QStringLiteral("-c"), command});
     process->setStandardInputFile(QProcess::nullDevice());
-    process->setChildProcessModifier([] { ::setpgid(0, 0); });
+    const pid_t application = ::getpid();
+    process->setChildProcessModifier([application] {
+        ::setpgid(0, 0);
+        // The shell ends with the application even when the application is
+        // killed outright; the launcher and iperf3 follow the shell the same
+        // way. If the application is already gone, the shell never starts.
+        if (::prctl(PR_SET_PDEATHSIG, SIGKILL) != 0 || ::getppid() != application)
+            ::_exit(127);
+    });
     return process;
 }
 
