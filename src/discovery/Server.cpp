@@ -239,6 +239,9 @@ bool Server::publishNetService(ServerError *error)
         return true; // published once the daemon is ready (clientStateChanged)
 
     const int result = publishWithClient();
+    // Peers are listed whether or not our own name could be published.
+    if (result != AVAHI_OK)
+        searchForServicesOfType(m_protocol);
     if (result == AVAHI_ERR_COLLISION) {
         // A collision is a refusal to publish, told the delegate as one.
         m_publishWanted = false;
@@ -355,6 +358,7 @@ void Server::groupStateChanged(AvahiEntryGroup *group, int state)
         avahi_entry_group_free(m_group);
         m_group = nullptr;
         m_publishWanted = false;
+        searchForServicesOfType(m_protocol);
         reportDidNotStart(avahiError);
         break;
     }
@@ -494,6 +498,7 @@ void Server::clientStateChanged(AvahiClient *client, int state)
             const int result = publishWithClient();
             if (result != AVAHI_OK) {
                 m_publishWanted = false;
+                m_browseWanted = true;
                 TW_LOG(QStringLiteral("Server: cannot publish \"%1\": %2")
                            .arg(m_iPerfIP, QString::fromUtf8(avahi_strerror(result))));
                 QTimer::singleShot(0, this, [this, result] { reportDidNotStart(result); });

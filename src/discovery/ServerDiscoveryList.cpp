@@ -6,6 +6,7 @@
 #include "discovery/ServiceName.h"
 #include "shell/Logger.h"
 #include "shell/NotificationCenter.h"
+#include "shell/PlainText.h"
 #include "shell/SettingsStore.h"
 
 #include <QItemSelectionModel>
@@ -186,9 +187,12 @@ QVariant ServerDiscoveryList::data(const QModelIndex &index, int role) const
 {
     if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
         return {};
-    if (role != Qt::DisplayRole && role != Qt::ToolTipRole)
-        return {};
-    return cellValue(index.row(), columnIdentifier(index.column()));
+    if (role == Qt::DisplayRole)
+        return cellValue(index.row(), columnIdentifier(index.column()));
+    // Tooltips are read as rich text; a peer's name is shown as it is.
+    if (role == Qt::ToolTipRole)
+        return PlainText::asRichText(cellValue(index.row(), columnIdentifier(index.column())));
+    return {};
 }
 
 QVariant ServerDiscoveryList::headerData(int section, Qt::Orientation orientation, int role) const

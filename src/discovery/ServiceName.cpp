@@ -43,25 +43,35 @@ QString ServiceName::fitToLimit(const QString &name)
 {
     if (name.toUtf8().size() <= MaxInstanceNameBytes)
         return name;
-    // The display field starts after the third ",": the machine name, port
-    // and address never hold one in names we build.
-    qsizetype start = -1;
-    for (int i = 0; i < 3; ++i) {
-        start = name.indexOf(QLatin1Char(','), start + 1);
+    // A peer needs the port, address and interface whole; the machine name
+    // is only for people, so it gives way first.
+    const qsizetype comma = name.indexOf(QLatin1Char(','));
+    if (comma < 0)
+        return utf8Prefix(name, MaxInstanceNameBytes);
+    const QString rest = name.mid(comma);
+    const qsizetype budget = MaxInstanceNameBytes - rest.toUtf8().size();
+    if (budget >= 0)
+        return utf8Prefix(name.left(comma), budget).trimmed() + rest;
+
+    // Even without a machine name the rest is too long: the display field
+    // (after the third ",") is cut too, keeping a trailing " (Primary)".
+    qsizetype start = 0;
+    for (int i = 0; i < 2; ++i) {
+        start = rest.indexOf(QLatin1Char(','), start + 1);
         if (start < 0)
-            return name;
+            return utf8Prefix(rest, MaxInstanceNameBytes);
     }
-    const QString fixed = name.left(start + 1);
-    QString display = name.mid(start + 1);
+    const QString fixed = rest.left(start + 1);
+    QString display = rest.mid(start + 1);
     QString suffix;
     if (display.endsWith(kPrimarySuffix)) {
         suffix = kPrimarySuffix;
         display.chop(kPrimarySuffix.size());
     }
-    const qsizetype budget = MaxInstanceNameBytes - fixed.toUtf8().size() - suffix.toUtf8().size();
-    if (budget < 0)
-        return name;
-    return fixed + utf8Prefix(display, budget).trimmed() + suffix;
+    const qsizetype displayBudget = MaxInstanceNameBytes - fixed.toUtf8().size() - suffix.toUtf8().size();
+    if (displayBudget < 0)
+        return utf8Prefix(rest, MaxInstanceNameBytes);
+    return fixed + utf8Prefix(display, displayBudget).trimmed() + suffix;
 }
 
 QString ServiceName::cellValue(const QString &name, const QString &columnIdentifier)

@@ -18,10 +18,10 @@ public:
     static QString build(const QString &machineName, const QString &port, const QString &ipAddress,
                          const QString &displayName, bool primary);
 
-    // The name shortened to MaxInstanceNameBytes by cutting the display-name
-    // field (keeping a trailing " (Primary)"), never inside a character. The
-    // other fields are never cut: a name without a display field, or whose
-    // other fields alone are too long, comes back unchanged.
+    // The name shortened to MaxInstanceNameBytes, never inside a character:
+    // the machine-name field is cut, the port, address and display fields
+    // stay whole. Only where they alone are too long is the display field
+    // cut as well (keeping a trailing " (Primary)"), and then the end.
     static QString fitToLimit(const QString &name);
 
     // Column identifiers of the discovery table.

@@ -63,11 +63,15 @@ TEST(ServiceName, BuiltReadAndFittedToTheLabelLimit)
               ": usb.eth: 2.2");
     EXPECT_EQ(ServiceName::target("A,1,2_2,x,y")->address + ServiceName::target("A,1,2_2,x,y")->port, "2.21");
     const QString fixed = "Studio,5201,192_168_1_20,", antenna = QString::fromUtf8("\xF0\x9F\x93\xB6"); // 25 bytes; 4 bytes, 2 UTF-16 units
-    const std::pair<QString, QString> fits[] = { // only the display field is cut, never inside a character
-        {fixed + QString(38, 'd'), fixed + QString(38, 'd')}, {fixed + QString(50, 'd'), fixed + QString(38, 'd')},
-        {fixed + QString(50, 'd') + " (Primary)", fixed + QString(28, 'd') + " (Primary)"}, {fixed + "x" + QString(30, QChar(0xE9)), fixed + "x" + QString(18, QChar(0xE9))},
-        {fixed + antenna.repeated(12), fixed + antenna.repeated(9)}, {fixed + QString(37, 'd') + " Adapter", fixed + QString(37, 'd')},
-        {QString(70, 'm') + ",5201,10_0_0_1,eth0", QString(70, 'm') + ",5201,10_0_0_1,eth0"}, {QString(70, 'n'), QString(70, 'n')}};
+    const QString host = "build-agent-0042.performance-lab.example.com", rest = ",5201,10_0_0_1,Ethernet (Primary)"; // 44 and 33 bytes
+    const std::pair<QString, QString> fits[] = { // the machine name gives way, never inside a character; the rest stays whole
+        {fixed + QString(38, 'd'), fixed + QString(38, 'd')}, {host + rest, "build-agent-0042.performance-l" + rest},
+        {QString(40, QChar(0xE9)) + ",5201,10_0_0_1,eth0", QString(22, QChar(0xE9)) + ",5201,10_0_0_1,eth0"},
+        {antenna.repeated(12) + rest, antenna.repeated(7) + rest},
+        // Only where the rest alone is too long does the display field give way too, and then the end.
+        {fixed + QString(50, 'd'), ",5201,192_168_1_20," + QString(44, 'd')},
+        {fixed + QString(50, 'd') + " (Primary)", ",5201,192_168_1_20," + QString(34, 'd') + " (Primary)"},
+        {QString(70, 'n'), QString(63, 'n')}};
     for (const auto &[name, fitted] : fits)
         EXPECT_EQ(ServiceName::fitToLimit(name), fitted) << name.toStdString();
 }
@@ -111,10 +115,10 @@ TEST_F(ServerTest, PublishBrowseCollideConnectResolveAndStop)
 {
     REQUIRE_AVAHI_SANDBOX();
     const LogCapture log;
-    const QString same = "Same,5201,10_0_0_4,eth0", fitted = "Long,5201,10_0_0_2," + QString(17, QChar(0xE9)) + " (Primary)"; // 63 bytes
+    const QString same = "Same,5201,10_0_0_4,eth0", fitted = QString(15, QChar(0xE9)) + ",5201,10_0_0_2,Ethernet (Primary)"; // 63 bytes
     Recorder hostEvents, sameEvents, secondEvents, watcherEvents;
     Server *host = start("Host,5201,10.0.0.1,Wi-Fi 2.4", &hostEvents);
-    Server *longName = start("Long,5201,10_0_0_2," + QString(20, QChar(0xE9)) + "Thunderbolt Ethernet Slot 1 (Primary)", nullptr);
+    Server *longName = start(QString(30, QChar(0xE9)) + ",5201,10.0.0.2,Ethernet (Primary)", nullptr); // a 60-byte machine name
     Server *first = start(same, &sameEvents);
     EXPECT_EQ(host->iPerfIP() + "|" + longName->iPerfIP(), "Host,5201,10_0_0_1,Wi-Fi 2_4|" + fitted) << "never half a character";
     EXPECT_TRUE(log.contains("is longer than 63 bytes, publishing \"" + fitted + "\""));
@@ -124,11 +128,12 @@ TEST_F(ServerTest, PublishBrowseCollideConnectResolveAndStop)
     ASSERT_TRUE(waitFor([&] { return !secondEvents.didNotStart.isEmpty(); }, 5s));
     EXPECT_EQ(secondEvents.didNotStart, (QList<QVariantMap>{{{"domain", "Avahi"}, {"code", -8}, {"message", "Local name collision"}}}));
     EXPECT_TRUE(!second->isPublished() && second->iPerfIP() == same);
+    EXPECT_TRUE(second->isBrowsing()) << "peers are listed whether or not our own name could be published";
 
     Server *watcher = start("Watcher", &watcherEvents);
     ASSERT_TRUE(waitFor([&] { return watcherEvents.events.size() == 3; })) << watcherEvents.events.join('|').toStdString();
     EXPECT_EQ(watcherEvents.moreComing, (QList<bool>{true, true, false}));
-    EXPECT_EQ(watcherEvents.names(), (QStringList{host->iPerfIP(), fitted, same}));
+    EXPECT_EQ(watcherEvents.names(), (QStringList{host->iPerfIP(), same, fitted}));
 
     ServerError error;
     EXPECT_FALSE(first->sendData("early", &error));
