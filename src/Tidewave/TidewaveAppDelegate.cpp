@@ -4,6 +4,7 @@
 #include "PerfHelper/TidewaveUtils.h"
 #include "client/ClientTab.h"
 #include "discovery/ServerDiscoveryList.h"
+#include "network/PrimaryRouteWatcher.h"
 #include "network/Reachability.h"
 #include "network/ReachabilityCheck.h"
 #include "server/ServerTabVIew.h"
@@ -145,6 +146,9 @@ void TidewaveAppDelegate::createDiscoveryList()
 void TidewaveAppDelegate::checkReachability()
 {
     m_reachability = ReachabilityCheck::checkReachability(std::move(m_environment.reachabilitySource));
+    m_primaryWatcher = std::make_unique<PrimaryRouteWatcher>();
+    if (!m_primaryWatcher->start())
+        TW_LOG(QStringLiteral("TidewaveDelegate: cannot follow the primary interface"));
 }
 
 void TidewaveAppDelegate::startService(const QVariantMap &userInfo)

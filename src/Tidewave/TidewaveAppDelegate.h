@@ -15,6 +15,7 @@
 class ClientTab;
 class DiscoveryWindow;
 class QTableView;
+class PrimaryRouteWatcher;
 class Reachability;
 class ServerDiscoveryList;
 class SettingsStore;
@@ -98,5 +99,6 @@ private:
     QPointer<ServerTabVIew> m_serverTab;
     ClientTab *m_clientTab = nullptr; // owned by the main window's tab set
     std::shared_ptr<Reachability> m_reachability;
+    std::unique_ptr<PrimaryRouteWatcher> m_primaryWatcher; // a new uplink moves addresses and services
     bool m_terminated = false;
 };

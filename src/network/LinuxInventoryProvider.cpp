@@ -15,6 +15,7 @@
 #include <cstdio>
 
 #include <arpa/inet.h>
+#include <linux/rtnetlink.h>
 #include <fcntl.h>
 #include <ifaddrs.h>
 #include <net/if_arp.h>
@@ -91,18 +92,16 @@ bool linkActive(const LinuxInterface &interface)
     return interface.operstate == QLatin1String("unknown") && interface.carrier == 1;
 }
 
+// tun/tap, PPP and the link types without a hardware header (WireGuard,
+// IP tunnels) are the VPNs; bridges and other Ethernet-framed links, with a
+// device or not, are Ethernet.
 QString profileType(const LinuxInterface &interface)
 {
     if (interface.wireless)
         return QStringLiteral("AirPort");
-    switch (interface.hardwareType) {
-    case ARPHRD_ETHER:
+    if (interface.hardwareType == ARPHRD_ETHER && !interface.tunnel)
         return QStringLiteral("Ethernet");
-    case ARPHRD_PPP:
-        return QStringLiteral("PPP");
-    default:
-        return QStringLiteral("VPN");
-    }
+    return QStringLiteral("VPN");
 }
 
 } // namespace
@@ -179,6 +178,7 @@ QList<LinuxInterface> LinuxInventoryProvider::interfaces(QString *error)
         interface.carrier = carrier.isEmpty() ? -1 : carrier.toInt();
         interface.hasDevice = sysfsExists(base + "device");
         interface.wireless = sysfsExists(base + "wireless") || sysfsExists(base + "phy80211");
+        interface.tunnel = sysfsExists(base + "tun_flags");
     }
     std::stable_sort(result.begin(), result.end(),
                      [](const LinuxInterface &a, const LinuxInterface &b) { return a.index < b.index; });
@@ -224,38 +224,42 @@ QString LinuxInventoryProvider::hardwarePortListingFor(const QList<LinuxInterfac
 }
 
 QByteArray LinuxInventoryProvider::networkProfileFor(const QList<LinuxInterface> &interfaces,
-                                                     const QList<DefaultRoute> &routes)
+                                                     const QList<DefaultRoute> &routes, int primaryIndex)
 {
-    // Network services are the device-backed interfaces and whatever carries
-    // a default route (a VPN, a bridge acting as uplink); other virtual links
-    // stay out, as they have no service of their own.
+    // Every interface with an IPv4 address (and every device-backed one) is
+    // a network service of its own. The order: the interface the kernel
+    // would reach the internet through, then those with a default route in
+    // the main table by metric (IPv4 before IPv6-only), then the rest by
+    // name. Default routes of other tables decide nothing by themselves:
+    // only a policy rule that the kernel's decision follows makes them count.
     struct Ranked
     {
         const LinuxInterface *interface;
-        int routeClass; // 0 IPv4 default route, 1 IPv6 only, 2 none
+        int routeClass; // 0 primary, 1 IPv4 default route, 2 IPv6 only, 3 none
         quint32 metric;
     };
     QList<Ranked> services;
     for (const LinuxInterface &interface : interfaces) {
         if (interface.flags & IFF_LOOPBACK)
             continue;
-        Ranked ranked{&interface, 2, 0};
+        Ranked ranked{&interface, 3, 0};
         for (const DefaultRoute &route : routes) {
-            if (route.interfaceIndex != interface.index)
+            if (route.interfaceIndex != interface.index || route.table != RT_TABLE_MAIN)
                 continue;
-            const int routeClass = route.family == AF_INET ? 0 : 1;
+            const int routeClass = route.family == AF_INET ? 1 : 2;
             if (routeClass < ranked.routeClass || (routeClass == ranked.routeClass && route.metric < ranked.metric)) {
                 ranked.routeClass = routeClass;
                 ranked.metric = route.metric;
             }
         }
-        if (ranked.routeClass == 2 && !interface.hasDevice)
+        if (primaryIndex > 0 && interface.index == primaryIndex)
+            ranked = Ranked{&interface, 0, 0};
+        if (ranked.routeClass == 3 && !interface.hasDevice && interface.ipv4.isEmpty())
             continue;
         services.append(ranked);
     }
     std::stable_sort(services.begin(), services.end(), [](const Ranked &a, const Ranked &b) {
-        return std::tie(a.routeClass, a.metric, a.interface->index)
-               < std::tie(b.routeClass, b.metric, b.interface->index);
+        return std::tie(a.routeClass, a.metric, a.interface->name) < std::tie(b.routeClass, b.metric, b.interface->name);
     });
 
     QVariantList items;
@@ -300,6 +304,8 @@ ProviderOutput LinuxInventoryProvider::networkProfile()
     const std::optional<QList<DefaultRoute>> routes = RouteTable::defaultRoutes();
     if (!routes)
         result.error = QStringLiteral("the routing table cannot be read");
-    result.output = QString::fromUtf8(networkProfileFor(list, routes.value_or(QList<DefaultRoute>{})));
+    const std::optional<RouteAnswer> internet = RouteTable::internetRoute();
+    result.output = QString::fromUtf8(
+        networkProfileFor(list, routes.value_or(QList<DefaultRoute>{}), internet ? internet->interfaceIndex : 0));
     return result;
 }

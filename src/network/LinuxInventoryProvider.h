@@ -29,6 +29,7 @@ struct LinuxInterface
     int carrier = -1;               // /sys/class/net/NAME/carrier; -1 when unreadable
     bool hasDevice = false;         // /sys/class/net/NAME/device exists
     bool wireless = false;          // /sys/class/net/NAME/wireless or phy80211 exists
+    bool tunnel = false;            // a tun or tap device (/sys/class/net/NAME/tun_flags exists)
 };
 
 // The three inventory texts built from getifaddrs, /sys/class/net and the
@@ -46,9 +47,11 @@ public:
     // in error when they cannot be listed.
     static QList<LinuxInterface> interfaces(QString *error);
 
-    // The texts for given interfaces (and default routes, for the profile).
+    // The texts for given interfaces (and, for the profile, the default
+    // routes and the index of the interface the kernel reaches the internet
+    // through, 0 when none).
     static QString configurationListingFor(const QList<LinuxInterface> &interfaces);
     static QString hardwarePortListingFor(const QList<LinuxInterface> &interfaces);
-    static QByteArray networkProfileFor(const QList<LinuxInterface> &interfaces,
-                                        const QList<DefaultRoute> &routes);
+    static QByteArray networkProfileFor(const QList<LinuxInterface> &interfaces, const QList<DefaultRoute> &routes,
+                                        int primaryIndex);
 };

@@ -97,6 +97,10 @@ bool isDefaultUnicast(const rtmsg *rt)
     return rt->rtm_dst_len == 0 && rt->rtm_type == RTN_UNICAST && rt->rtm_table != RT_TABLE_LOCAL;
 }
 
+// A public address the look-up asks about: any address beyond the local
+// networks takes the same decision.
+const QHostAddress kInternetAddress(QStringLiteral("9.9.9.9"));
+
 void collectDefaultRoute(const nlmsghdr *h, QList<DefaultRoute> &routes)
 {
     if (h->nlmsg_type != RTM_NEWROUTE)
@@ -105,11 +109,14 @@ void collectDefaultRoute(const nlmsghdr *h, QList<DefaultRoute> &routes)
     if (!isDefaultUnicast(rt))
         return;
     quint32 metric = 0;
+    quint32 table = rt->rtm_table;
     QList<int> interfaces;
     int length = int(RTM_PAYLOAD(h));
     for (auto *a = RTM_RTA(rt); RTA_OK(a, length); a = RTA_NEXT(a, length)) {
         if (a->rta_type == RTA_PRIORITY && RTA_PAYLOAD(a) >= sizeof(quint32))
             std::memcpy(&metric, RTA_DATA(a), sizeof metric);
+        else if (a->rta_type == RTA_TABLE && RTA_PAYLOAD(a) >= sizeof(quint32))
+            std::memcpy(&table, RTA_DATA(a), sizeof table);
         else if (a->rta_type == RTA_OIF && RTA_PAYLOAD(a) >= sizeof(int))
             interfaces.append(*static_cast<const int *>(RTA_DATA(a)));
         else if (a->rta_type == RTA_MULTIPATH) {
@@ -123,7 +130,7 @@ void collectDefaultRoute(const nlmsghdr *h, QList<DefaultRoute> &routes)
         }
     }
     for (int index : interfaces)
-        routes.append(DefaultRoute{rt->rtm_family, index, metric});
+        routes.append(DefaultRoute{rt->rtm_family, index, metric, table});
 }
 
 } // namespace
@@ -158,12 +165,26 @@ std::optional<QList<DefaultRoute>> RouteTable::defaultRoutes()
 
 bool RouteTable::routeExistsTo(const QHostAddress &address)
 {
+    const std::optional<RouteAnswer> answer = lookUp(address);
+    return answer && (answer->type == RTN_UNICAST || answer->type == RTN_LOCAL);
+}
+
+std::optional<RouteAnswer> RouteTable::internetRoute()
+{
+    std::optional<RouteAnswer> answer = lookUp(kInternetAddress);
+    if (!answer || answer->type != RTN_UNICAST || answer->interfaceIndex <= 0)
+        return std::nullopt;
+    return answer;
+}
+
+std::optional<RouteAnswer> RouteTable::lookUp(const QHostAddress &address)
+{
     const bool v4 = address.protocol() == QAbstractSocket::IPv4Protocol;
     if (!v4 && address.protocol() != QAbstractSocket::IPv6Protocol)
-        return false;
+        return std::nullopt;
     RouteSocket socket;
     if (!socket.valid())
-        return false;
+        return std::nullopt;
 
     struct
     {
@@ -192,13 +213,27 @@ bool RouteTable::routeExistsTo(const QHostAddress &address)
     request.header.nlmsg_len = NLMSG_ALIGN(request.header.nlmsg_len) + RTA_ALIGN(attribute->rta_len);
 
     if (!socket.send(&request, request.header.nlmsg_len))
-        return false;
-    bool found = false;
+        return std::nullopt;
+    std::optional<RouteAnswer> answer;
     socket.receive(request.header.nlmsg_seq, false, [&](const nlmsghdr *h) {
         if (h->nlmsg_type != RTM_NEWROUTE)
             return;
         const auto *rt = static_cast<const rtmsg *>(NLMSG_DATA(h));
-        found = rt->rtm_type == RTN_UNICAST || rt->rtm_type == RTN_LOCAL;
+        RouteAnswer found;
+        found.type = rt->rtm_type;
+        int length = int(RTM_PAYLOAD(h));
+        for (auto *a = RTM_RTA(rt); RTA_OK(a, length); a = RTA_NEXT(a, length)) {
+            if (a->rta_type == RTA_OIF && RTA_PAYLOAD(a) >= sizeof(int)) {
+                std::memcpy(&found.interfaceIndex, RTA_DATA(a), sizeof(int));
+            } else if (a->rta_type == RTA_PREFSRC && RTA_PAYLOAD(a) == 4) {
+                quint32 ip = 0;
+                std::memcpy(&ip, RTA_DATA(a), sizeof ip);
+                found.source = QHostAddress(qFromBigEndian(ip)).toString();
+            } else if (a->rta_type == RTA_PREFSRC && RTA_PAYLOAD(a) == 16) {
+                found.source = QHostAddress(static_cast<const quint8 *>(RTA_DATA(a))).toString();
+            }
+        }
+        answer = found;
     });
-    return found;
+    return answer;
 }

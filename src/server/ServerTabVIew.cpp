@@ -108,6 +108,13 @@ void ServerTabVIew::awakeFromNib()
     NotificationCenter::defaultCenter().addObserver(
         this, QStringLiteral("InternetDidBecomeAvailableOnSystemNotification"),
         [this](const QVariantMap &) { internetDidBecomeAvailableOnSystemNotification(); });
+    // A new uplink changes the addresses shown, stored and published; the
+    // server itself listens on every address and stays as it is.
+    NotificationCenter::defaultCenter().addObserver(this, QStringLiteral("PrimaryInterfaceDidChangeNotification"),
+                                                    [this](const QVariantMap &) {
+                                                        QMetaObject::invokeMethod(this, &ServerTabVIew::UpdateUI,
+                                                                                  Qt::QueuedConnection);
+                                                    });
 }
 
 void ServerTabVIew::showEvent(QShowEvent *event)

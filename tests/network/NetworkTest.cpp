@@ -14,6 +14,8 @@
 
 #include <gtest/gtest.h>
 
+#include <QElapsedTimer>
+#include <QProcess>
 #include <QScopeGuard>
 
 #include <netlink/attr.h>
@@ -137,7 +139,8 @@ TEST(LinuxInventory, NamespaceAsTheKernelAndTheMonitorReportIt)
                        "link add tw4 address 02:00:00:00:00:04 type ifb; tuntap add dev tw5 mode tun; addr add 10.201.0.1/24 brd + dev tw0;"
                        "addr add 10.201.0.2/24 dev tw0 label tw0:1; addr add fd00:77::1/64 dev tw0 nodad; addr add 10.202.0.1/24 dev tw0p;"
                        "addr add 10.204.0.1/16 dev tw4; addr add 10.205.0.1 peer 10.205.0.2 dev tw5; link set tw0 up; link set tw0p up;"
-                       "link set tw5 up; link set tw4 mtu 1400 promisc on allmulticast on up"),
+                       "link set tw5 up; link set tw4 mtu 1400 promisc on allmulticast on up; link add twbr address 02:00:00:00:00:06 type bridge;"
+                       "addr add 10.206.0.1/24 dev twbr; link set twbr up"),
               "");
     std::atomic<int> lookUps{0};
     const auto monitor = Reachability::reachabilityWithSource(std::make_unique<NetlinkReachabilitySource>("watched.test", [&](const QString &host) {
@@ -168,19 +171,21 @@ TEST(LinuxInventory, NamespaceAsTheKernelAndTheMonitorReportIt)
     ASSERT_TRUE(reported({false})) << "no route yet";
     ASSERT_EQ(space.ip("route add default via 10.201.0.254 dev tw0 metric 600; route add default dev tw4 metric 100;"
                        "route add table 101 blackhole default; route add table 100 default metric 700 nexthop via 10.201.0.254 dev tw0 nexthop dev tw4;"
+                       "route add table 100 default dev twbr metric 10;"
                        "route add 10.209.0.0/16 via 10.201.0.254; -6 route add default dev tw5 metric 50"),
               "");
     ASSERT_TRUE(reported({false, true})) << "unresolved: a default route decides";
     ASSERT_TRUE(space.runInside([&] {
         EXPECT_EQ(sorted(RouteTable::defaultRoutes()),
-                  sorted(QList<DefaultRoute>{{AF_INET, tw0, 600}, {AF_INET, tw4, 100}, {AF_INET, tw0, 700}, {AF_INET, tw4, 700}, {AF_INET6, tw5, 50}}));
+                  sorted(QList<DefaultRoute>{{AF_INET, tw0, 600}, {AF_INET, tw4, 100}, {AF_INET, tw0, 700}, {AF_INET, tw4, 700},
+                                             {AF_INET, int(::if_nametoindex("twbr")), 10}, {AF_INET6, tw5, 50}}));
         EXPECT_EQ(NetlinkReachabilitySource::decide(std::nullopt), kReachabilityFlagReachable);
         EXPECT_EQ(NetlinkReachabilitySource::decide(QList<QHostAddress>{QHostAddress("198.51.100.1")}), kReachabilityFlagReachable);
         EXPECT_EQ(NetlinkReachabilitySource::decide(QList<QHostAddress>{QHostAddress()}), 0u);
     }));
     // ifb reports "unknown" with a carrier (active); tun has no carrier (inactive); an address added without a broadcast
-    // address reports itself as one. Services: tw4 (IPv4, metric 100),
-    // tw0 (IPv4, 600), tw5 (IPv6 only); tw0p carries no route, so it is a nameless interface listed last.
+    // address reports itself as one. Services: tw4 (the kernel's way out, metric 100), tw0 (600), tw5 (IPv6 only), then
+    // by name those without a main-table default route: tw0p, and the bridge whose default lives in table 100 only.
     QString probe;
     EXPECT_TRUE(space.run({"ip", "netns", "exec", space.name, TestEnvironment::binDir() + "/network_inventory_probe"}, &probe));
     EXPECT_EQ(probe.toStdString(),
@@ -189,11 +194,25 @@ TEST(LinuxInventory, NamespaceAsTheKernelAndTheMonitorReportIt)
               "tw0: flags=11043<UP,BROADCAST,RUNNING,MULTICAST> mtu 1500\n\tether 02:00:00:00:00:01\n\tinet6 fd00:77::1\n"
               "\tinet 10.201.0.1 netmask 0xffffff00 broadcast 10.201.0.255\n\tinet 10.201.0.2 netmask 0xffffff00 broadcast 10.201.0.2\n\tstatus: active\n"
               "tw4: flags=103c3<UP,BROADCAST,RUNNING,NOARP,PROMISC,ALLMULTI> mtu 1400\n\tether 02:00:00:00:00:04\n\tinet 10.204.0.1 netmask 0xffff0000 broadcast 10.204.0.1\n"
-              "\tstatus: active\ntw5: flags=1091<UP,POINTOPOINT,NOARP,MULTICAST> mtu 1500\n\tinet 10.205.0.1 netmask 0xffffffff\n\tstatus: inactive\n--\n"
+              "\tstatus: active\ntw5: flags=1091<UP,POINTOPOINT,NOARP,MULTICAST> mtu 1500\n\tinet 10.205.0.1 netmask 0xffffffff\n\tstatus: inactive\n"
+              "twbr: flags=1003<UP,BROADCAST,MULTICAST> mtu 1500\n\tether 02:00:00:00:00:06\n\tinet 10.206.0.1 netmask 0xffffff00 broadcast 10.206.0.1\n"
+              "\tstatus: inactive\n--\n"
               "BSDName=tw4,DisplayName=tw4,MAC=02:00:00:00:00:04,IP=10.204.0.1, Status=active,type=Ethernet,serviceOrder=0\n"
               "BSDName=tw0,DisplayName=tw0,MAC=02:00:00:00:00:01,IP=10.201.0.2, Status=active,type=Ethernet,serviceOrder=1\n"
               "BSDName=tw5,DisplayName=tw5,MAC=,IP=10.205.0.1, Status=active,type=VPN,serviceOrder=2\n"
-              "BSDName=tw0p,DisplayName=VPN,MAC=02:00:00:00:00:02,IP=10.202.0.1, Status=active,type=(null),serviceOrder=500\n");
+              "BSDName=tw0p,DisplayName=tw0p,MAC=02:00:00:00:00:02,IP=10.202.0.1, Status=active,type=Ethernet,serviceOrder=3\n"
+              "BSDName=twbr,DisplayName=twbr,MAC=02:00:00:00:00:06,IP=10.206.0.1, Status=active,type=Ethernet,serviceOrder=4\n");
+    // A lower metric on the other link moves the way out: the change is seen within 6 s.
+    QProcess follow;
+    follow.start("ip", {"netns", "exec", space.name, TestEnvironment::binDir() + "/network_inventory_probe", "--follow"});
+    const auto stopFollowing = qScopeGuard([&] { follow.kill(), follow.waitForFinished(2000); });
+    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return follow.canReadLine() && follow.readLine() == "ready\n"; }, 5s));
+    QElapsedTimer moved;
+    moved.start();
+    ASSERT_EQ(space.ip("route add default via 10.201.0.254 dev tw0 metric 50"), "");
+    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return follow.canReadLine() && follow.readLine() == "primary tw0\n"; }, 6s));
+    EXPECT_LT(moved.elapsed(), 6000);
+    ASSERT_EQ(space.ip("route del default dev tw0 metric 50"), "");
     // Resolved by now (the look-up is retried after a change): only the address's own route counts.
     ASSERT_EQ(space.ip("route del default dev tw0; route del default dev tw4"), "");
     ASSERT_TRUE(reported({false, true, false}));
