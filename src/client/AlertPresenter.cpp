@@ -7,6 +7,8 @@ void MessageBoxAlertPresenter::showAlert(QWidget *parent, const QString &title)
 {
     QMessageBox box(parent);
     box.setIcon(QMessageBox::Warning);
+    // Alerts carry tool output and peer text: never markup.
+    box.setTextFormat(Qt::PlainText);
     box.setText(title);
     box.setStandardButtons(QMessageBox::Ok);
     box.exec();
@@ -17,6 +19,7 @@ bool MessageBoxAlertPresenter::confirm(QWidget *parent, const QString &title, co
 {
     QMessageBox box(parent);
     box.setIcon(QMessageBox::Question);
+    box.setTextFormat(Qt::PlainText);
     box.setText(title);
     QPushButton *yes = box.addButton(defaultButton, QMessageBox::AcceptRole);
     box.addButton(otherButton, QMessageBox::RejectRole);

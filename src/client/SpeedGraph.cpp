@@ -1,6 +1,7 @@
 #include "client/SpeedGraph.h"
 
 #include "client/SpeedPlotItem.h"
+#include "shell/PlainText.h"
 
 #include <QChart>
 #include <QLinearGradient>
@@ -279,8 +280,6 @@ QPointF SpeedGraph::pointAt(qsizetype index) const
 
 QString SpeedGraph::displayTitle(const QString &title)
 {
-    // Chart titles are rich text: a plain line break would be lost.
-    if (!title.contains(QLatin1Char('\n')))
-        return title;
-    return title.toHtmlEscaped().replace(QLatin1Char('\n'), QStringLiteral("<br>"));
+    // Chart titles are read as rich text; a test label is shown as typed.
+    return title.isEmpty() ? title : PlainText::asRichText(title);
 }

@@ -33,6 +33,10 @@ TestInformationView::TestInformationView(QWidget *parent, SettingsStore *store)
     , m_columnMenu(nullptr)
 {
     m_ui->setupUi(this);
+    // The settings shown here include the user's label and the server's
+    // address: text, never markup.
+    for (QLabel *label : findChildren<QLabel *>())
+        label->setTextFormat(Qt::PlainText);
     m_ui->perfResultView->setModel(m_model);
     // Rows are one line each; fixed heights keep long tests cheap to lay out.
     m_ui->perfResultView->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);

@@ -1,5 +1,7 @@
 #include "shell/Logger.h"
 
+#include "shell/PlainText.h"
+
 #include <QThread>
 
 #include <algorithm>
@@ -34,7 +36,8 @@ void Logger::removeAllSinks()
 void Logger::log(const char *sourcePath, const char *function, int line, const QString &message)
 {
     LogMessage entry;
-    entry.message = message;
+    // One statement, one line: text from peers and tools cannot add lines.
+    entry.message = PlainText::escapedControls(message);
     entry.file = sourceNameFromPath(sourcePath);
     entry.function = QString::fromUtf8(function);
     entry.line = line;

@@ -13,6 +13,8 @@
 #include "client/TestDeleteButtonDelegate.h"
 #include "client/TestListController.h"
 #include "client/TestListModel.h"
+#include "discovery/ServerDiscoveryList.h"
+#include "shell/Logger.h"
 
 #include <QAbstractItemModelTester>
 #include <QChart>
@@ -26,6 +28,7 @@
 #include <QSignalSpy>
 #include <QTableView>
 #include <QTest>
+#include <QTextDocument>
 #include <QValueAxis>
 
 #include <gtest/gtest.h>
@@ -473,3 +476,32 @@ TEST(DeleteButton, OrangeBadgeWithAWhiteCrossDarkerAndRingedWhileHeld)
 }
 
 } // namespace
+
+// Peer names, test labels and tool output are shown as the characters they hold wherever Qt would read
+// markup (chart titles, tooltips, labels), and logged on one line whatever they hold.
+TEST(OutsideText, ShownAsItIsAndLoggedOnOneLine)
+{
+    struct Sink : LogSink
+    {
+        QStringList lines;
+        void write(const LogMessage &message) override { lines << message.message; }
+    };
+    const auto sink = std::make_shared<Sink>();
+    Logger::shared().addSink(sink);
+    SpeedGraph graph(SpeedGraph::Look::Detail);
+    ServerDiscoveryList peers;
+    TestInformationView view;
+    for (const QString text : {"Lab <b>5 GHz</b>  two blanks", "<h1 style=\"color:red\">HACKED</h1>,5201,1_2_3_4,x", "a &amp; b\nforged line\x1b[2J"}) {
+        graph.setGraphTitle(text);
+        peers.serviceAdded(std::make_shared<NetService>(NetService{text + ",5201,1_2_3_4,x", "_TidewaveServer._tcp", "local"}), false);
+        QCoreApplication::processEvents(); // the table reloads once per turn of the event loop
+        QTextDocument title, tip;
+        title.setHtml(graph.chart()->title()), tip.setHtml(peers.data(peers.index(peers.rowCount() - 1, 0), Qt::ToolTipRole).toString());
+        EXPECT_EQ(title.toPlainText() + "|" + tip.toPlainText(), text + "|" + text.section(',', 0, 0)) << text.toStdString();
+        TW_LOG(text);
+    }
+    Logger::shared().removeSink(sink);
+    EXPECT_EQ(sink->lines.last(), "a &amp; b\\nforged line\\x1b[2J");
+    for (QLabel *label : view.findChildren<QLabel *>())
+        EXPECT_EQ(label->textFormat(), Qt::PlainText) << label->objectName().toStdString();
+}
