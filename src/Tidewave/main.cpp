@@ -1,4 +1,7 @@
+#include "Tidewave/SingleInstance.h"
 #include "Tidewave/TidewaveAppDelegate.h"
+#include "shell/Logger.h"
+#include "ui/TidewaveMainWindow.h"
 #include "Tidewave/UnixSignalWatcher.h"
 
 #include <QApplication>
@@ -18,6 +21,11 @@ int main(int argc, char **argv)
     QApplication::setDesktopFileName(QStringLiteral("com.norvale.Tidewave"));
     QApplication::setQuitOnLastWindowClosed(true);
 
+    // A second start only brings the running window to the front.
+    SingleInstance instance(SingleInstance::socketPathForSession());
+    if (!instance.claim())
+        return 0;
+
     // Ctrl-C, kill and a session logout quit through the event loop, so the
     // orderly shutdown (server stopped, stray tools killed) still runs.
     UnixSignalWatcher signalWatcher;
@@ -25,6 +33,15 @@ int main(int argc, char **argv)
     signalWatcher.watch({SIGTERM, SIGINT, SIGHUP});
 
     TidewaveAppDelegate delegate;
+    QObject::connect(&instance, &SingleInstance::raiseRequested, &app, [&delegate] {
+        TW_LOG(QStringLiteral("Tidewave: another start asked for the window"));
+        if (QWidget *window = delegate.window()) {
+            window->setWindowState(window->windowState() & ~Qt::WindowMinimized);
+            window->show();
+            window->raise();
+            window->activateWindow();
+        }
+    });
     delegate.launch();
     return QApplication::exec();
 }

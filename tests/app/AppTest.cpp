@@ -148,4 +148,24 @@ TEST(AppEndToEnd, ServesAStockClientAndOnSigtermSweepsAStrayToolAndExitsCleanly)
     EXPECT_TRUE(app.left("after the application quit").isEmpty());
 }
 
+// A second start in the same session only brings the running window to the front and exits 0 at once:
+// its start-up would have killed the first copy's tools, and the test being served goes on to its end.
+TEST(AppEndToEnd, ASecondStartRaisesTheRunningWindowAndLeavesItsTestAlone)
+{
+    IsolatedApp app(TestEnvironment::binDir() + u"/tidewave"_s, {});
+    ASSERT_TRUE(waitUntil([&] { return app.listening(5201); }, 20s)) << app.output.toStdString();
+    QProcess client, second;
+    client.start(u"nsenter"_s, app.inside() + QStringList{u"iperf3"_s, u"-c"_s, u"127.0.0.1"_s, u"-t"_s, u"3"_s, u"--forceflush"_s});
+    QByteArray said;
+    ASSERT_TRUE(waitUntil([&] { return (said += client.readAll()).contains(" sec "); }, 10s)) << said.toStdString();
+    second.setProcessEnvironment(app.environment);
+    second.start(u"nsenter"_s, {u"-t"_s, QString::number(app.shell()), u"-p"_s, u"-n"_s, u"-m"_s, TestEnvironment::binDir() + u"/tidewave"_s});
+    ASSERT_TRUE(second.waitForFinished(2000)) << "the second copy stayed";
+    EXPECT_EQ(second.exitCode(), 0);
+    EXPECT_TRUE(app.waitFor("another start asked for the window", 2s)) << app.output.toStdString();
+    ASSERT_TRUE(waitUntil([&] { return client.state() == QProcess::NotRunning; }, 10s));
+    EXPECT_EQ(client.exitCode(), 0) << (said + client.readAll()).toStdString();
+    EXPECT_EQ(app.end(SIGTERM), 0);
+}
+
 } // namespace
