@@ -8,6 +8,7 @@
 #include "shell/SettingsStore.h"
 
 #include <QComboBox>
+#include <QDir>
 #include <QFileInfo>
 #include <QLineEdit>
 #include <QProcess>
@@ -104,9 +105,11 @@ public:
     IsolatedApp(const QString &program, const QStringList &arguments, const QString &setup = {})
         : m_name(QFileInfo(program).fileName().left(15)) // the kernel keeps 15 characters of a name
     {
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        for (const QString &name : {u"XDG_CONFIG_HOME"_s, u"XDG_DATA_HOME"_s, u"XDG_CACHE_HOME"_s})
+        // The runtime folder holds the one-copy-per-session socket: each program under test has its own.
+        for (const QString &name : {u"XDG_CONFIG_HOME"_s, u"XDG_DATA_HOME"_s, u"XDG_CACHE_HOME"_s, u"XDG_RUNTIME_DIR"_s})
             environment.insert(name, m_home.filePath(name));
+        QDir(m_home.path()).mkdir(u"XDG_RUNTIME_DIR"_s);
+        QFile::setPermissions(m_home.filePath(u"XDG_RUNTIME_DIR"_s), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
         m_shell.setProcessEnvironment(environment);
         m_shell.setProcessChannelMode(QProcess::MergedChannels);
         QObject::connect(&m_shell, &QProcess::readyRead, &m_shell, [this] { output += m_shell.readAll(); });
@@ -147,6 +150,7 @@ public:
     QList<Process> left(const char *when) const { return reportLeft(when, descendantsOf(shell())); }
 
     QByteArray output;
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment(); // the program's
 
 private:
     QTemporaryDir m_home;

@@ -134,6 +134,19 @@ TEST(FaultsApart, ApplicationTerminatedDuringAClientTestLeavesNoTool)
     EXPECT_TRUE(app.left("after the application was terminated mid-test").isEmpty());
 }
 
+TEST(FaultsApart, ApplicationKilledOutrightTakesItsToolsWithItWithinASecond)
+{
+    IsolatedApp app(TestEnvironment::binDir() + u"/tidewave_fault_app"_s, {u"127.0.0.1"_s, u"5202"_s, u"30"_s},
+                    u"iperf3 -s -p 5202 & helper=$!;"_s);
+    const QRegularExpression twoIntervals(u"intervals ([2-9]|\\d\\d)"_s);
+    ASSERT_TRUE(waitUntil([&] { return twoIntervals.match(QString::fromLatin1(app.output)).hasMatch() && app.listening(5201); }, 15s))
+        << app.output.toStdString();
+    ASSERT_GE(launchersUnder(app.pid()).size(), 2) << "a client and a server tool";
+    EXPECT_EQ(app.end(SIGKILL), 128 + SIGKILL);
+    EXPECT_TRUE(waitUntil([&] { return descendantsOf(app.shell()).isEmpty() && !app.listening(5201); }, 1s));
+    EXPECT_TRUE(app.left("after the application was killed outright").isEmpty());
+}
+
 TEST(FaultsApart, ApplicationTerminatedDuringAnIncomingTestLeavesNoToolAndLetsTheClientGo)
 {
     IsolatedApp app(TestEnvironment::binDir() + u"/tidewave"_s, {});

@@ -64,7 +64,8 @@ echo "== application started from the unpacked root"
 # In PID, mount and network namespaces of its own, so its killall reaches only
 # its own tools and its server listens on its own loopback; user folders of its own.
 home="$scratch/home"
-XDG_CONFIG_HOME="$home/config" XDG_DATA_HOME="$home/data" XDG_CACHE_HOME="$home/cache" QT_QPA_PLATFORM=offscreen \
+mkdir -p -m 700 "$home/runtime"
+XDG_CONFIG_HOME="$home/config" XDG_DATA_HOME="$home/data" XDG_CACHE_HOME="$home/cache" XDG_RUNTIME_DIR="$home/runtime" QT_QPA_PLATFORM=offscreen \
     unshare --pid --fork --kill-child --mount-proc --net \
     sh -c 'ip link set lo up && ip route add default dev lo && exec "$0"' "$root/usr/bin/tidewave" >"$scratch/app.log" 2>&1 &
 app=$!
