@@ -339,8 +339,10 @@ TEST_F(EndToEnd, RunsEndAsTheirServersAnswerOrTheUserStops)
 {
     QTcpServer silent;
     ASSERT_TRUE(silent.listen(QHostAddress::LocalHost));
-    CallRecorder tcp, udp, refused, unanswered, stopped, dropped;
+    CallRecorder tcp, udp, refused, unanswered, stopped, dropped, cut;
     PerfHelperPtr gone = start(dropped, stockServer(), false, 100, 128, 10);
+    const PerfHelperPtr cutShort = start(cut, stockServer(), false, 100, 128, 10);
+    QProcess &cutServer = *m_servers.back();
     const QList<PerfHelperPtr> helpers{start(tcp, stockServer(), false, 100, 128, 2), start(udp, stockServer(), true, 1000, 4, 2),
                                        start(refused, TestEnvironment::freeTcpPort(), true, 0, 8, 2),
                                        start(unanswered, silent.serverPort(), false, 0, 128, 2), start(stopped, stockServer(), false, 100, 128, 10)};
@@ -349,7 +351,8 @@ TEST_F(EndToEnd, RunsEndAsTheirServersAnswerOrTheUserStops)
     EXPECT_EQ(options(0), QStringLiteral("-b100M|-t2|-i1"));
     EXPECT_EQ(options(1), QStringLiteral("-R|-u|-l4KB|-b1000K|-t2|-i1"));
     EXPECT_EQ(options(2), QStringLiteral("-R|-u|-t2|-i1"));
-    ASSERT_TRUE(waitUntil([&] { return !stopped.calls.isEmpty() && !dropped.calls.isEmpty(); }, 5s));
+    ASSERT_TRUE(waitUntil([&] { return !stopped.calls.isEmpty() && !dropped.calls.isEmpty() && cut.calls.size() >= 2; }, 5s));
+    ::kill(pid_t(cutServer.processId()), SIGTERM); // iperf3 repeats its last interval, then gives its reason
     const QStringList atStop = stopped.calls + dropped.calls;
     helpers[4]->stopTest();
     gone.reset();
@@ -364,6 +367,12 @@ TEST_F(EndToEnd, RunsEndAsTheirServersAnswerOrTheUserStops)
     EXPECT_EQ(unanswered.calls, QStringList{"fail Connection timedout, no Response received from server."});
     EXPECT_TRUE(silent.hasPendingConnections()) << "the tool did connect";
     EXPECT_EQ(stopped.calls + dropped.calls, atStop);
+    // A test cut short fails in iperf3's words, with each whole interval that ran reported once.
+    ASSERT_TRUE(waitUntil([&] { return cut.calls.last().startsWith(QLatin1String("fail")); }, 5s)) << cut.calls.join('\n').toStdString();
+    EXPECT_TRUE(cut.calls.last().contains(QLatin1String("iperf3: error - the server has terminated")) && !cut.calls.last().contains(QLatin1String("$#")))
+        << cut.calls.last().toStdString();
+    for (qsizetype i = 0; i + 1 < cut.calls.size(); ++i)
+        EXPECT_TRUE(cut.calls[i].startsWith(QStringLiteral("interval %1.00-%2.00 ").arg(i).arg(i + 1))) << cut.calls.join('\n').toStdString();
     // Stopped before it runs, a test starts nothing.
     PerfHelper never(m_store);
     never.stopTest();

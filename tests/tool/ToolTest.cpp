@@ -1,9 +1,13 @@
 #include "LineTagger.h"
 
 #include "common/TestEnvironment.h"
+#include "network/NetworkTestSupport.h"
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
 #include <QMap>
 #include <QProcess>
 #include <QTcpServer>
@@ -348,5 +352,58 @@ INSTANTIATE_TEST_SUITE_P(
                       End{"KillIperf", kServer, SIGKILL, 2, false, 128 + SIGKILL, ""},
                       // Killed once the grace time is over.
                       End{"IperfDeafToTerm", kServer, SIGTERM, 0, true, 128 + SIGKILL, ""}), kByName);
+
+} // namespace
+
+namespace {
+
+// Over a link whose two ends drop 2 % of incoming UDP datagrams (nftables, counted), a client's final
+// record is the receiver's count: UDP loss exactly as the receiver counted it (the server's JSON when
+// this end sends, the drop counter when it receives) and jitter within 0.01 ms of the server's; TCP
+// bytes within 0.5 % of what the server received.
+TEST(LossyLink, TheFinalRecordIsWhatTheReceiverCounted)
+{
+    const TestNamespace near("lossa"), far("lossb");
+    if (!near.created || !far.created)
+        GTEST_SKIP() << "cannot create network namespaces (needs root)";
+    const QString veth = QStringLiteral("twl%1").arg(getpid() % 100000);
+    const QString dropUdp = "add table inet loss; add chain inet loss input { type filter hook input priority 0; };"
+                            "add rule inet loss input meta l4proto udp numgen random mod 100 < 2 counter drop";
+    ASSERT_TRUE(TestNamespace::run({"ip", "link", "add", veth, "netns", near.name, "type", "veth", "peer", "name", veth + "p", "netns", far.name}));
+    ASSERT_EQ(near.ip("addr add 10.211.0.1/24 dev " + veth + ";link set " + veth + " up") + far.ip("addr add 10.211.0.2/24 dev " + veth + "p;link set " + veth + "p up"), "");
+    for (const TestNamespace *space : {&near, &far})
+        ASSERT_TRUE(TestNamespace::run({"ip", "netns", "exec", space->name, "nft", dropUdp}));
+    const QStringList runs[] = {{"-u", "-b50M"}, {"-u", "-b50M", "-R"}, {"-b200M"}};
+    std::vector<std::unique_ptr<QProcess>> servers, clients;
+    for (int i = 0; i < 3; ++i) {
+        const QString port = QString::number(5301 + i);
+        servers.emplace_back(std::make_unique<QProcess>())->start("ip", {"netns", "exec", far.name, "iperf3", "-s", "-1", "-J", "-p", port});
+        ASSERT_TRUE(waitUntil([&] { QString out; return TestNamespace::run({"ip", "netns", "exec", far.name, "ss", "-Htln", "sport = :" + port}, &out) && !out.isEmpty(); }, 5s));
+        clients.emplace_back(std::make_unique<QProcess>())->start("ip", QStringList{"netns", "exec", near.name, TestEnvironment::binDir() + "/mac-native-iperf", "./iperf3",
+                                                                                   "-c", "10.211.0.2", "-p" + port, "-t5", "-i1"} + runs[i]);
+    }
+    for (auto &process : servers)
+        ASSERT_TRUE(process->waitForFinished(20000));
+    QString counter;
+    ASSERT_TRUE(TestNamespace::run({"ip", "netns", "exec", near.name, "nft", "list", "chain", "inet", "loss", "input"}, &counter));
+    const QString droppedHere = QRegularExpression("counter packets (\\d+)").match(counter).captured(1);
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_TRUE(clients[i]->waitForFinished(5000));
+        const QString out = QString::fromUtf8(clients[i]->readAllStandardOutput());
+        const QStringList final = out.mid(out.indexOf("Finished_")).section('\n', 0, 0).split("$#");
+        const QJsonObject end = QJsonDocument::fromJson(servers[i]->readAllStandardOutput()).object()["end"].toObject();
+        ASSERT_EQ(final.last(), "receiver") << out.toStdString();
+        if (i == 2) {
+            EXPECT_NEAR(final[2].toDouble() / end["sum_received"].toObject()["bytes"].toDouble(), 1.0, 0.005) << out.toStdString();
+            continue;
+        }
+        const QJsonObject sum = end["sum"].toObject();
+        const QString lost = i == 0 ? QString::number(sum["lost_packets"].toInt()) : droppedHere;
+        EXPECT_EQ(final[5].section(' ', 0, 0), lost + "/" + QString::number(sum["packets"].toInt())) << out.toStdString();
+        EXPECT_GT(lost.toInt(), 0);
+        if (i == 0)
+            EXPECT_NEAR(final[4].section(' ', 0, 0).toDouble(), sum["jitter_ms"].toDouble(), 0.01) << out.toStdString();
+    }
+}
 
 } // namespace
