@@ -11,6 +11,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include <optional>
 
 using namespace std::chrono_literals;
@@ -66,6 +68,7 @@ struct Settings
 
 struct ParserCase
 {
+    friend void PrintTo(const ParserCase &c, std::ostream *out) { *out << c.name; } // test names, not bytes
     const char *name;
     Settings settings;
     QStringList chunks; // of standard output, fed one after the other
@@ -212,6 +215,7 @@ protected:
 
 struct InterfaceCase
 {
+    friend void PrintTo(const InterfaceCase &c, std::ostream *out) { *out << c.name; } // test names, not bytes
     const char *name;
     QString stored; // the "IPAddresss" text; null: nothing stored
     QString address;

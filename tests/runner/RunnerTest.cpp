@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
@@ -23,6 +25,7 @@ const auto kByName = [](const auto &info) { return std::string(info.param.name);
 
 struct ShellCase
 {
+    friend void PrintTo(const ShellCase &c, std::ostream *out) { *out << c.name; } // test names, not bytes
     const char *name;
     const char *command;
     std::optional<QString> synchronous; // both streams, decoded
@@ -102,6 +105,7 @@ const QString kFailureLog = QStringLiteral("TDWBaseModel: can't copy iPerf execu
 
 struct PlacementCase
 {
+    friend void PrintTo(const PlacementCase &c, std::ostream *out) { *out << c.name; } // test names, not bytes
     const char *name;
     const char *before; // shell commands run in the folder first
     bool resource;      // whether the resource exists

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include <QDateTime>
 #include <QElapsedTimer>
 #include <QProcess>
@@ -56,6 +58,7 @@ const QString kIp = QStringLiteral("10.0.0.5");
 
 struct ParserCase
 {
+    friend void PrintTo(const ParserCase &c, std::ostream *out) { *out << c.name; } // test names, not bytes
     const char *name;
     QStringList chunks;    // fed in order
     QStringList events;    // delegate calls, in order

@@ -14,6 +14,8 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
+
 #include <cmath>
 
 #include <signal.h>
@@ -31,6 +33,7 @@ const std::string kUdpReceiver = "[ ID] Interval           Transfer     Bitrate 
 
 struct LineCase
 {
+    friend void PrintTo(const LineCase &c, std::ostream *out) { *out << c.name; } // test names, not bytes
     const char *name;
     std::string line;
     std::string tagged; // without its "\n"; empty: no tagged line
@@ -248,6 +251,7 @@ void expectTaggedReports(const Launch &launch, const QByteArray &role, bool udp,
 
 struct Direction
 {
+    friend void PrintTo(const Direction &c, std::ostream *out) { *out << c.name; } // test names, not bytes
     const char *name, *options; // the client's
 };
 
@@ -287,6 +291,7 @@ INSTANTIATE_TEST_SUITE_P(Loopback, LauncherPair,
 
 struct End
 {
+    friend void PrintTo(const End &c, std::ostream *out) { *out << c.name; } // test names, not bytes
     const char *name;
     QStringList arguments;       // "PORT" stands for a free port, "TAKEN" for one in use
     int signal;                  // sent once iperf3 listens; 0: none
