@@ -76,7 +76,7 @@ struct ParserCase
     bool decided; // afterwards
     // What was left unread on standard output and error when the shell ended.
     std::optional<std::pair<QByteArray, QByteArray>> rest = {};
-    bool stoppedBeforeTheEnd = false;
+    bool stoppedFirst = false; // before the chunks
 };
 
 class Parser : public ::testing::TestWithParam<ParserCase> {};
@@ -91,10 +91,10 @@ TEST_P(Parser, DelegateCallsInOrder)
     test.bandwidthformat = c.settings.format;
     test.duration = c.settings.duration;
     test.setDelegate(&recorder);
+    if (c.stoppedFirst)
+        test.stop();
     for (const QString &chunk : c.chunks)
         test.didReceivePerfTestRespnose(chunk);
-    if (c.stoppedBeforeTheEnd)
-        test.stop();
     if (c.rest)
         test.processDidEnd(c.rest->first, c.rest->second);
     EXPECT_EQ(recorder.calls, c.calls);
@@ -173,7 +173,7 @@ INSTANTIATE_TEST_SUITE_P(
                    Rest{"iperf3: error - x\n", "iperf3: error - x on stderr\n"}},
         ParserCase{"ErrorWithoutStandardErrorUsesTheOutput", kTcp3s, {}, {"fail iperf3: error - x\n"}, true, Rest{"iperf3: error - x\n", ""}},
         ParserCase{"PlainRestReportsNothing", kTcp3s, {}, {}, false, Rest{"Connecting to host\n", "sh: 1: not found\n"}},
-        ParserCase{"NothingAfterAStop", kTcp3s, {}, {}, false, Rest{"iperf3: error - x\n", "boom\n"}, true},
+        ParserCase{"NothingAfterAStop", kTcp3s, {kOne}, {}, false, Rest{"iperf3: error - x\n", "boom\n"}, true},
         ParserCase{"NothingAfterADecision", kTcp3s, {kFinal3s}, kFinal3sCalls, true, Rest{"iperf3: error - x\n", "boom\n"}},
         ParserCase{"UndecodableRestReportsNothing", kTcp3s, {}, {}, false, Rest{"\xff iperf3: error - x\n", "boom\n"}}), kByName);
 
