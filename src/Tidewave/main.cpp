@@ -1,8 +1,8 @@
 #include "Tidewave/SingleInstance.h"
 #include "Tidewave/TidewaveAppDelegate.h"
+#include "Tidewave/UnixSignalWatcher.h"
 #include "shell/Logger.h"
 #include "ui/TidewaveMainWindow.h"
-#include "Tidewave/UnixSignalWatcher.h"
 
 #include <QApplication>
 

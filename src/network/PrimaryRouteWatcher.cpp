@@ -7,10 +7,11 @@
 #include <QSocketNotifier>
 #include <QTimer>
 
+#include <cerrno>
+
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
-#include <cerrno>
 #include <unistd.h>
 
 namespace {
@@ -67,7 +68,10 @@ void PrimaryRouteWatcher::drain()
     // The messages only wake us; what they say is asked again in settle().
     // An overrun (ENOBUFS) means changes were missed: a look-up covers it.
     char buffer[16384];
-    while (::recv(m_fd, buffer, sizeof buffer, 0) > 0 || errno == ENOBUFS) {
+    for (;;) {
+        const ssize_t n = ::recv(m_fd, buffer, sizeof buffer, 0);
+        if (n <= 0 && !(n < 0 && (errno == ENOBUFS || errno == EINTR)))
+            break;
     }
     m_settleTimer->start();
 }
