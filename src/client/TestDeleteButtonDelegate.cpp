@@ -114,6 +114,8 @@ bool TestDeleteButtonDelegate::editorEvent(QEvent *event, QAbstractItemModel *mo
     case QEvent::MouseButtonPress:
     case QEvent::MouseButtonDblClick: {
         auto *mouse = static_cast<QMouseEvent *>(event);
+        // Any other press disarms a button whose release went elsewhere.
+        m_pressed = QPersistentModelIndex();
         if (mouse->button() != Qt::LeftButton || !buttonRect(option.rect).contains(mouse->position().toPoint()))
             return false;
         m_pressed = index;
@@ -121,6 +123,8 @@ bool TestDeleteButtonDelegate::editorEvent(QEvent *event, QAbstractItemModel *mo
     }
     case QEvent::MouseButtonRelease: {
         auto *mouse = static_cast<QMouseEvent *>(event);
+        if (mouse->button() != Qt::LeftButton)
+            return false;
         const bool clicked = m_pressed.isValid() && m_pressed == index
                              && buttonRect(option.rect).contains(mouse->position().toPoint());
         const bool wasPressed = m_pressed.isValid();

@@ -445,7 +445,8 @@ TEST_F(TestList, DeletingAsksAndClicksKeysAndEditsReachTheListThroughItsColumns)
     const std::tuple<QPoint, QPoint, Qt::MouseButton, QString> clicks[] = {
         {{r - 7, y - 11}, {r - 7, y - 11}, Qt::LeftButton, ask}, {{r - 28, y + 10}, {r - 28, y + 10}, Qt::LeftButton, ask}, {{r - 29, y}, {r - 29, y}, Qt::LeftButton, ""},
         {{r - 6, y}, {r - 6, y}, Qt::LeftButton, ""}, {{r - 15, y - 12}, {r - 15, y - 12}, Qt::LeftButton, ""}, {{r - 15, y + 11}, {r - 15, y + 11}, Qt::LeftButton, ""},
-        {{r - 15, y}, {r - 15, y}, Qt::RightButton, ""}, {{r - 15, y}, {r - 15, y + 34}, Qt::LeftButton, ""}}; // released over another row
+        {{r - 15, y}, {r - 15, y}, Qt::RightButton, ""}, {{r - 15, y}, {r - 15, y + 34}, Qt::LeftButton, ""}, // released over another row
+        {{r - 15, y}, {r - 15, y}, Qt::RightButton, ""}}; // that press left nothing armed
     for (const auto &[press, release, button, seen] : clicks) {
         alerts.seen.clear(), QTest::mousePress(viewport, button, {}, press), QTest::mouseRelease(viewport, button, {}, release);
         EXPECT_EQ(alerts.seen.join(""), seen) << press.x() - r << "," << press.y() - y;
