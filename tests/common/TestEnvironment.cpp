@@ -23,8 +23,10 @@ void isolateUserFolders()
 {
     g_root = std::make_unique<QTemporaryDir>(QDir::tempPath() + QStringLiteral("/tidewave-test-XXXXXX"));
     const QString root = g_root->path();
-    for (const char *name : {"config", "data", "cache"})
+    for (const char *name : {"config", "data", "cache", "runtime"})
         QDir(root).mkpath(QString::fromLatin1(name));
+    QFile::setPermissions(root + QStringLiteral("/runtime"), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    qputenv("XDG_RUNTIME_DIR", (root + QStringLiteral("/runtime")).toLocal8Bit());
     qputenv("XDG_CONFIG_HOME", (root + QStringLiteral("/config")).toLocal8Bit());
     qputenv("XDG_DATA_HOME", (root + QStringLiteral("/data")).toLocal8Bit());
     qputenv("XDG_CACHE_HOME", (root + QStringLiteral("/cache")).toLocal8Bit());

@@ -10,7 +10,7 @@
 // Helpers every test program shares.
 namespace TestEnvironment {
 
-// Points XDG_CONFIG_HOME, XDG_DATA_HOME and XDG_CACHE_HOME at a fresh private
+// Points XDG_CONFIG_HOME, XDG_DATA_HOME, XDG_CACHE_HOME and XDG_RUNTIME_DIR at a fresh private
 // folder (removed at exit), before any Qt object reads them.
 void isolateUserFolders();
 
