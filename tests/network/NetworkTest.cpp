@@ -135,7 +135,7 @@ TEST(LinuxInventory, NamespaceAsTheKernelAndTheMonitorReportIt)
     if (!space.created)
         GTEST_SKIP() << "cannot create network namespace " << space.name.toStdString() << " (needs root)";
     ASSERT_TRUE(space.run({"ip", "netns", "exec", space.name, "sysctl", "-qw", "net.ipv6.conf.default.addr_gen_mode=1"})); // no link-local addresses
-    ASSERT_EQ(space.ip("link add tw0 address 02:00:00:00:00:01 type veth peer name tw0p address 02:00:00:00:00:02;"
+    ASSERT_EQ(space.ip("link add tw0 address 02:10:20:30:40:01 type veth peer name tw0p address 02:00:00:00:00:02;"
                        "link add tw4 address 02:00:00:00:00:04 type ifb; tuntap add dev tw5 mode tun; addr add 10.201.0.1/24 brd + dev tw0;"
                        "addr add 10.201.0.2/24 dev tw0 label tw0:1; addr add fd00:77::1/64 dev tw0 nodad; addr add 10.202.0.1/24 dev tw0p;"
                        "addr add 10.204.0.1/16 dev tw4; addr add 10.205.0.1 peer 10.205.0.2 dev tw5; link set tw0 up; link set tw0p up;"
@@ -191,14 +191,14 @@ TEST(LinuxInventory, NamespaceAsTheKernelAndTheMonitorReportIt)
     EXPECT_EQ(probe.toStdString(),
               "lo: flags=10049<UP,LOOPBACK,RUNNING> mtu 65536\n\tinet6 ::1\n\tinet 127.0.0.1 netmask 0xff000000\n"
               "tw0p: flags=11043<UP,BROADCAST,RUNNING,MULTICAST> mtu 1500\n\tether 02:00:00:00:00:02\n\tinet 10.202.0.1 netmask 0xffffff00 broadcast 10.202.0.1\n\tstatus: active\n"
-              "tw0: flags=11043<UP,BROADCAST,RUNNING,MULTICAST> mtu 1500\n\tether 02:00:00:00:00:01\n\tinet6 fd00:77::1\n"
+              "tw0: flags=11043<UP,BROADCAST,RUNNING,MULTICAST> mtu 1500\n\tether 02:10:20:30:40:01\n\tinet6 fd00:77::1\n"
               "\tinet 10.201.0.1 netmask 0xffffff00 broadcast 10.201.0.255\n\tinet 10.201.0.2 netmask 0xffffff00 broadcast 10.201.0.2\n\tstatus: active\n"
               "tw4: flags=103c3<UP,BROADCAST,RUNNING,NOARP,PROMISC,ALLMULTI> mtu 1400\n\tether 02:00:00:00:00:04\n\tinet 10.204.0.1 netmask 0xffff0000 broadcast 10.204.0.1\n"
               "\tstatus: active\ntw5: flags=1091<UP,POINTOPOINT,NOARP,MULTICAST> mtu 1500\n\tinet 10.205.0.1 netmask 0xffffffff\n\tstatus: inactive\n"
               "twbr: flags=1003<UP,BROADCAST,MULTICAST> mtu 1500\n\tether 02:00:00:00:00:06\n\tinet 10.206.0.1 netmask 0xffffff00 broadcast 10.206.0.1\n"
               "\tstatus: inactive\n--\n"
               "BSDName=tw4,DisplayName=tw4,MAC=02:00:00:00:00:04,IP=10.204.0.1, Status=active,type=Ethernet,serviceOrder=0\n"
-              "BSDName=tw0,DisplayName=tw0,MAC=02:00:00:00:00:01,IP=10.201.0.2, Status=active,type=Ethernet,serviceOrder=1\n"
+              "BSDName=tw0,DisplayName=tw0,MAC=02:10:20:30:40:01,IP=10.201.0.2, Status=active,type=Ethernet,serviceOrder=1\n"
               "BSDName=tw5,DisplayName=tw5,MAC=,IP=10.205.0.1, Status=active,type=VPN,serviceOrder=2\n"
               "BSDName=tw0p,DisplayName=tw0p,MAC=02:00:00:00:00:02,IP=10.202.0.1, Status=active,type=Ethernet,serviceOrder=3\n"
               "BSDName=twbr,DisplayName=twbr,MAC=02:00:00:00:00:06,IP=10.206.0.1, Status=active,type=Ethernet,serviceOrder=4\n");
