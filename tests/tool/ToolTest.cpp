@@ -364,8 +364,8 @@ namespace {
 
 // Over a link whose two ends drop 2 % of incoming UDP datagrams (nftables, counted), a client's final
 // record is the receiver's count: UDP loss exactly as the receiver counted it (the server's JSON when
-// this end sends, the drop counter when it receives) and jitter within 0.01 ms of the server's; TCP
-// bytes within 0.5 % of what the server received.
+// this end sends, the drop counter when it receives), the datagram total and jitter as the server's
+// (0.1 %, 0.01 ms); TCP bytes within 0.5 % of what the server received.
 TEST(LossyLink, TheFinalRecordIsWhatTheReceiverCounted)
 {
     const TestNamespace near("lossa"), far("lossb");
@@ -402,9 +402,13 @@ TEST(LossyLink, TheFinalRecordIsWhatTheReceiverCounted)
             EXPECT_NEAR(final[2].toDouble() / end["sum_received"].toObject()["bytes"].toDouble(), 1.0, 0.005) << out.toStdString();
             continue;
         }
+        // The loss exactly; the total as counted when the results were exchanged, which a loaded server's
+        // JSON, written a moment later, may exceed by the datagrams still in flight then.
         const QJsonObject sum = end["sum"].toObject();
         const QString lost = i == 0 ? QString::number(sum["lost_packets"].toInt()) : droppedHere;
-        EXPECT_EQ(final[5].section(' ', 0, 0), lost + "/" + QString::number(sum["packets"].toInt())) << out.toStdString();
+        const QString lostTotal = final[5].section(' ', 0, 0);
+        EXPECT_EQ(lostTotal.section('/', 0, 0), lost) << out.toStdString();
+        EXPECT_NEAR(lostTotal.section('/', 1).toDouble(), sum["packets"].toDouble(), sum["packets"].toDouble() * 0.001) << out.toStdString();
         EXPECT_GT(lost.toInt(), 0);
         if (i == 0)
             EXPECT_NEAR(final[4].section(' ', 0, 0).toDouble(), sum["jitter_ms"].toDouble(), 0.01) << out.toStdString();
