@@ -494,7 +494,9 @@ TEST(OutsideText, ShownAsItIsAndLoggedOnOneLine)
     TestInformationView view;
     for (const QString text : {"Lab <b>5 GHz</b>  two blanks", "<h1 style=\"color:red\">HACKED</h1>,5201,1_2_3_4,x", "a &amp; b\nforged line\x1b[2J"}) {
         graph.setGraphTitle(text);
-        peers.serviceAdded(std::make_shared<NetService>(NetService{text + ",5201,1_2_3_4,x", "_TidewaveServer._tcp", "local"}), false);
+        const auto peer = std::make_shared<NetService>();
+        peer->name = text + ",5201,1_2_3_4,x", peer->type = "_TidewaveServer._tcp", peer->domain = "local";
+        peers.serviceAdded(peer, false);
         QCoreApplication::processEvents(); // the table reloads once per turn of the event loop
         QTextDocument title, tip;
         title.setHtml(graph.chart()->title()), tip.setHtml(peers.data(peers.index(peers.rowCount() - 1, 0), Qt::ToolTipRole).toString());

@@ -410,8 +410,9 @@ TEST(LossyLink, TheFinalRecordIsWhatTheReceiverCounted)
         EXPECT_EQ(lostTotal.section('/', 0, 0), lost) << out.toStdString();
         EXPECT_NEAR(lostTotal.section('/', 1).toDouble(), sum["packets"].toDouble(), sum["packets"].toDouble() * 0.001) << out.toStdString();
         EXPECT_GT(lost.toInt(), 0);
-        if (i == 0)
+        if (i == 0) {
             EXPECT_NEAR(final[4].section(' ', 0, 0).toDouble(), sum["jitter_ms"].toDouble(), 0.01) << out.toStdString();
+        }
     }
 }
 
