@@ -362,10 +362,11 @@ INSTANTIATE_TEST_SUITE_P(
 
 namespace {
 
-// Over a link whose two ends drop 2 % of incoming UDP datagrams (nftables, counted), a client's final
-// record is the receiver's count: UDP loss exactly as the receiver counted it (the server's JSON when
-// this end sends, the drop counter when it receives), the datagram total and jitter as the server's
-// (0.1 %, 0.01 ms); TCP bytes within 0.5 % of what the server received.
+// Over a link whose two ends drop 2 % of incoming UDP data datagrams (nftables, counted; iperf3's
+// few-byte UDP handshake passes, as a test that never starts measures nothing), a client's final
+// record is the receiver's count: UDP loss as the receiver counted it (the server's JSON when this end
+// sends, the drop counter when it receives), the datagram total and jitter as the server's (0.1 % of
+// the total, 0.01 ms); TCP bytes within 0.5 % of what the server received.
 TEST(LossyLink, TheFinalRecordIsWhatTheReceiverCounted)
 {
     const TestNamespace near("lossa"), far("lossb");
@@ -373,7 +374,7 @@ TEST(LossyLink, TheFinalRecordIsWhatTheReceiverCounted)
         GTEST_SKIP() << "cannot create network namespaces (needs root)";
     const QString veth = QStringLiteral("twl%1").arg(getpid() % 100000);
     const QString dropUdp = "add table inet loss; add chain inet loss input { type filter hook input priority 0; };"
-                            "add rule inet loss input meta l4proto udp numgen random mod 100 < 2 counter drop";
+                            "add rule inet loss input meta l4proto udp udp length > 100 numgen random mod 100 < 2 counter drop";
     ASSERT_TRUE(TestNamespace::run({"ip", "link", "add", veth, "netns", near.name, "type", "veth", "peer", "name", veth + "p", "netns", far.name}));
     ASSERT_EQ(near.ip("addr add 10.211.0.1/24 dev " + veth + ";link set " + veth + " up") + far.ip("addr add 10.211.0.2/24 dev " + veth + "p;link set " + veth + "p up"), "");
     for (const TestNamespace *space : {&near, &far})
@@ -402,14 +403,15 @@ TEST(LossyLink, TheFinalRecordIsWhatTheReceiverCounted)
             EXPECT_NEAR(final[2].toDouble() / end["sum_received"].toObject()["bytes"].toDouble(), 1.0, 0.005) << out.toStdString();
             continue;
         }
-        // The loss exactly; the total as counted when the results were exchanged, which a loaded server's
-        // JSON, written a moment later, may exceed by the datagrams still in flight then.
+        // As counted when the results were exchanged: a loaded machine's JSON and drop counter, read a
+        // moment later, may differ by the datagrams in flight then (0.1 % of the total covers them; the
+        // sender's "0/N" is 2 % off).
         const QJsonObject sum = end["sum"].toObject();
-        const QString lost = i == 0 ? QString::number(sum["lost_packets"].toInt()) : droppedHere;
+        const double total = sum["packets"].toDouble(), lost = i == 0 ? sum["lost_packets"].toDouble() : droppedHere.toDouble();
         const QString lostTotal = final[5].section(' ', 0, 0);
-        EXPECT_EQ(lostTotal.section('/', 0, 0), lost) << out.toStdString();
-        EXPECT_NEAR(lostTotal.section('/', 1).toDouble(), sum["packets"].toDouble(), sum["packets"].toDouble() * 0.001) << out.toStdString();
-        EXPECT_GT(lost.toInt(), 0);
+        EXPECT_NEAR(lostTotal.section('/', 0, 0).toDouble(), lost, total * 0.001) << out.toStdString();
+        EXPECT_NEAR(lostTotal.section('/', 1).toDouble(), total, total * 0.001) << out.toStdString();
+        EXPECT_GT(lost, total * 0.01);
         if (i == 0) {
             EXPECT_NEAR(final[4].section(' ', 0, 0).toDouble(), sum["jitter_ms"].toDouble(), 0.01) << out.toStdString();
         }
