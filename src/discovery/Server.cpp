@@ -1,60 +1,18 @@
 #include "discovery/Server.h"
 
-#include "discovery/AvahiQtPoll.h"
+#include "discovery/AvahiConnection.h"
 #include "discovery/ServerDelegate.h"
+#include "discovery/ServiceBrowser.h"
 #include "discovery/ServiceName.h"
+#include "discovery/ServicePublisher.h"
+#include "discovery/ServiceStreams.h"
 #include "shell/Logger.h"
 #include "shell/SettingsStore.h"
 
-#include <avahi-client/client.h>
-#include <avahi-client/lookup.h>
-#include <avahi-client/publish.h>
-#include <avahi-common/address.h>
 #include <avahi-common/error.h>
 
-#include <QTcpServer>
-#include <QTcpSocket>
+#include <QPointer>
 #include <QTimer>
-
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstring>
-
-namespace {
-
-constexpr int kResolveTimeoutMs = 2000;
-// Pause between attempts to reach a D-Bus system bus that has gone away.
-constexpr int kReconnectRetryMs = 2000;
-// Avahi ends a browser's first batch after about a second; this is only a
-// safety net should that never come.
-constexpr int kSettleFallbackMs = 3000;
-// How often delivery waits for Avahi's queued work before giving up waiting.
-constexpr int kMaxFlushPostpones = 100;
-
-QString serviceTypeForAvahi(const QString &protocol)
-{
-    QString type = protocol;
-    while (type.endsWith(QLatin1Char('.')))
-        type.chop(1);
-    return type;
-}
-
-ServerError socketError(int code, const QString &what)
-{
-    return ServerError{Server::ErrorDomain, code,
-                       {{QStringLiteral("message"), QStringLiteral("%1: %2").arg(what, QString::fromLocal8Bit(strerror(errno)))}}};
-}
-
-QVariantMap streamErrorInfo(const QTcpSocket *socket)
-{
-    return {{QStringLiteral("code"), int(socket->error())}, {QStringLiteral("message"), socket->errorString()}};
-}
-
-} // namespace
 
 QString ServerError::toString() const
 {
@@ -63,36 +21,6 @@ QString ServerError::toString() const
         .arg(code)
         .arg(userInfo.value(QStringLiteral("message")).toString());
 }
-
-// Trampolines with Avahi's exact callback types.
-struct AvahiGlue
-{
-    static void client(AvahiClient *client, AvahiClientState state, void *userdata)
-    {
-        static_cast<Server *>(userdata)->clientStateChanged(client, state);
-    }
-    static void group(AvahiEntryGroup *group, AvahiEntryGroupState state, void *userdata)
-    {
-        static_cast<Server *>(userdata)->groupStateChanged(group, state);
-    }
-    static void browse(AvahiServiceBrowser *, AvahiIfIndex interface, AvahiProtocol protocol, AvahiBrowserEvent event,
-                       const char *name, const char *type, const char *domain, AvahiLookupResultFlags, void *userdata)
-    {
-        static_cast<Server *>(userdata)->browseEvent(interface, protocol, event, name, type, domain);
-    }
-    static void resolve(AvahiServiceResolver *resolver, AvahiIfIndex interface, AvahiProtocol, AvahiResolverEvent event,
-                        const char *, const char *, const char *, const char *hostName, const AvahiAddress *address,
-                        uint16_t port, AvahiStringList *, AvahiLookupResultFlags, void *userdata)
-    {
-        QString text;
-        if (address) {
-            char buffer[AVAHI_ADDRESS_STR_MAX] = {};
-            avahi_address_snprint(buffer, sizeof buffer, address);
-            text = QString::fromLatin1(buffer);
-        }
-        static_cast<Server *>(userdata)->resolveEvent(resolver, interface, event, hostName, text, port);
-    }
-};
 
 Server::Server(QObject *parent)
     : Server(QString(), QStringLiteral("_Server._tcp."), QString(), parent)
@@ -104,27 +32,34 @@ Server::Server(const QString &domain, const QString &protocol, const QString &na
     , m_domain(domain)
     , m_protocol(protocol)
     , m_name(name)
-    , m_poll(std::make_unique<AvahiQtPoll>())
 {
-    m_outputStreamHasSpace = false;
-    m_payloadSize = 128;
+    m_connection = new AvahiConnection([this] { return m_browseWanted || m_publishWanted; }, this);
+    m_publisher = new ServicePublisher(m_connection, this);
+    m_browser = new ServiceBrowser(m_connection, [this] { return ownName(); }, this);
+    m_streams = new ServiceStreams(this);
 
-    m_resolveTimer = new QTimer(this);
-    m_resolveTimer->setSingleShot(true);
-    m_resolveTimer->setInterval(kResolveTimeoutMs);
-    connect(m_resolveTimer, &QTimer::timeout, this, &Server::resolveTimedOut);
-
-    m_reconnectTimer = new QTimer(this);
-    m_reconnectTimer->setSingleShot(true);
-    connect(m_reconnectTimer, &QTimer::timeout, this, &Server::reconnect);
-
-    m_settleTimer = new QTimer(this);
-    m_settleTimer->setSingleShot(true);
-    m_settleTimer->setInterval(kSettleFallbackMs);
-    connect(m_settleTimer, &QTimer::timeout, this, [this] {
-        m_browserSettled = true;
-        scheduleFlush();
+    connect(m_connection, &AvahiConnection::running, this, &Server::republish);
+    // The daemon is renaming its host; our records come back when it runs.
+    connect(m_connection, &AvahiConnection::renaming, m_publisher, &ServicePublisher::withdraw);
+    connect(m_connection, &AvahiConnection::lost, this, &Server::daemonLost);
+    connect(m_publisher, &ServicePublisher::established, this, &Server::published);
+    connect(m_publisher, &ServicePublisher::failed, this, &Server::publishFailed);
+    connect(m_browser, &ServiceBrowser::serviceAdded, this, [this](const NetServicePtr &service, bool moreComing) {
+        if (m_delegate)
+            m_delegate->serviceAdded(service, moreComing);
     });
+    connect(m_browser, &ServiceBrowser::serviceRemoved, this, [this](const NetServicePtr &service, bool moreComing) {
+        if (m_delegate)
+            m_delegate->serviceRemoved(service, moreComing);
+    });
+    connect(m_browser, &ServiceBrowser::serviceGone, this, [this](const NetServicePtr &service) {
+        if (m_localService && service->name == m_localService->name)
+            m_localService.reset();
+    });
+    connect(m_browser, &ServiceBrowser::resolved, m_streams, &ServiceStreams::connectTo);
+    connect(m_streams, &ServiceStreams::opened, this, &Server::streamOpened);
+    connect(m_streams, &ServiceStreams::failed, this, &Server::streamFailed);
+    connect(m_streams, &ServiceStreams::ended, this, &Server::streamEnded);
 }
 
 std::unique_ptr<Server> Server::withProtocol(const QString &protocolWord, const QString &options)
@@ -138,84 +73,40 @@ Server::~Server()
 {
     stop();
     stopBrowser();
-    m_reconnectTimer->stop();
-    dropClient();
-    for (AvahiClient *client : std::as_const(m_deadClients))
-        avahi_client_free(client);
-    m_deadClients.clear();
+    // Whatever else the daemon holds for us goes with the connection.
+    m_connection->close();
     m_domain.clear();
     m_protocol.clear();
     m_name.clear();
 }
 
-bool Server::start(ServerError *error)
+quint16 Server::port() const { return m_streams->port(); }
+int Server::payloadSize() const { return m_streams->payloadSize(); }
+void Server::setPayloadSize(int size) { m_streams->setPayloadSize(size); }
+NetServicePtr Server::currentlyResolvingService() const { return m_browser->resolving(); }
+bool Server::isPublished() const { return m_publisher->isPublished(); }
+bool Server::isBrowsing() const { return m_browser->isBrowsing(); }
+bool Server::inputStreamReady() const { return m_streams->inputReady(); }
+bool Server::outputStreamReady() const { return m_streams->outputReady(); }
+bool Server::outputStreamHasSpace() const { return m_streams->outputHasSpace(); }
+
+QString Server::avahiType() const
 {
-    if (m_listener) {
-        m_listener->close();
-        delete m_listener;
-        m_listener = nullptr;
-    }
-
-    const int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
-    if (fd < 0) {
-        if (error)
-            *error = socketError(CreateFailed, QStringLiteral("socket"));
-        return false;
-    }
-    const int reuse = 1;
-    ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
-    // The stream pair carries no data, so the system's buffer sizes stay.
-
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_ANY);
-    address.sin_port = 0;
-    if (::bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0
-        || ::listen(fd, SOMAXCONN) != 0) {
-        if (error)
-            *error = socketError(BindFailed, QStringLiteral("bind"));
-        ::close(fd);
-        return false;
-    }
-    socklen_t length = sizeof address;
-    ::getsockname(fd, reinterpret_cast<sockaddr *>(&address), &length);
-    m_port = ntohs(address.sin_port);
-
-    m_listener = new QTcpServer(this);
-    if (!m_listener->setSocketDescriptor(fd)) {
-        if (error)
-            *error = ServerError{ErrorDomain, CreateFailed, {{QStringLiteral("message"), m_listener->errorString()}}};
-        ::close(fd);
-        delete m_listener;
-        m_listener = nullptr;
-        return false;
-    }
-    connect(m_listener, &QTcpServer::newConnection, this, &Server::acceptConnection);
-
-    if (!publishNetService(error)) {
-        // Nothing is advertised, so nothing should listen either.
-        m_listener->close();
-        delete m_listener;
-        m_listener = nullptr;
-        return false;
-    }
-    return true;
+    QString type = m_protocol;
+    while (type.endsWith(QLatin1Char('.')))
+        type.chop(1);
+    return type;
 }
 
-bool Server::ensureClient(ServerError *error)
+bool Server::start(ServerError *error)
 {
-    if (m_client)
-        return true;
-    int avahiError = 0;
-    AvahiClient *client = avahi_client_new(m_poll->api(), AvahiClientFlags(0), &AvahiGlue::client, this, &avahiError);
-    if (!client) {
-        const QString message = QString::fromUtf8(avahi_strerror(avahiError));
-        TW_LOG(QStringLiteral("Server: avahi-daemon is not available, cannot publish or browse: %1").arg(message));
-        if (error)
-            *error = ServerError{AvahiErrorDomain, avahiError, {{QStringLiteral("message"), message}}};
+    if (!m_streams->listen(error))
+        return false;
+    if (!publishNetService(error)) {
+        // Nothing is advertised, so nothing should listen either.
+        m_streams->closeListener();
         return false;
     }
-    m_client = client;
     return true;
 }
 
@@ -232,16 +123,21 @@ bool Server::publishNetService(ServerError *error)
     }
     SettingsStore::standard().synchronize();
 
-    if (!ensureClient(error))
+    int avahiError = 0;
+    if (!m_connection->open(&avahiError)) {
+        if (error)
+            *error = ServerError{AvahiErrorDomain, avahiError,
+                                 {{QStringLiteral("message"), QString::fromUtf8(avahi_strerror(avahiError))}}};
         return false;
+    }
     m_publishWanted = true;
-    if (avahi_client_get_state(m_client) != AVAHI_CLIENT_S_RUNNING)
-        return true; // published once the daemon is ready (clientStateChanged)
+    if (!m_connection->isRunning())
+        return true; // published once the daemon is ready (republish)
 
-    const int result = publishWithClient();
+    const int result = m_publisher->publish(m_iPerfIP, avahiType(), m_domain, port());
     // Peers are listed whether or not our own name could be published.
     if (result != AVAHI_OK)
-        searchForServicesOfType(m_protocol);
+        browse();
     if (result == AVAHI_ERR_COLLISION) {
         // A collision is a refusal to publish, told the delegate as one.
         m_publishWanted = false;
@@ -259,131 +155,89 @@ bool Server::publishNetService(ServerError *error)
     return true;
 }
 
-int Server::publishWithClient()
+void Server::republish()
 {
-    if (m_group) {
-        avahi_entry_group_free(m_group);
-        m_group = nullptr;
+    if (m_publishWanted && !m_publisher->isPublished()) {
+        const int result = m_publisher->publish(m_iPerfIP, avahiType(), m_domain, port());
+        if (result != AVAHI_OK) {
+            m_publishWanted = false;
+            m_browseWanted = true;
+            TW_LOG(QStringLiteral("Server: cannot publish \"%1\": %2")
+                       .arg(m_iPerfIP, QString::fromUtf8(avahi_strerror(result))));
+            QTimer::singleShot(0, this, [this, result] { reportDidNotStart(result); });
+        }
     }
-    AvahiEntryGroup *group = avahi_entry_group_new(m_client, &AvahiGlue::group, this);
-    if (!group)
-        return avahi_client_errno(m_client);
-    const QByteArray name = m_iPerfIP.toUtf8();
-    const QByteArray type = serviceTypeForAvahi(m_protocol).toUtf8();
-    const QByteArray domain = m_domain.toUtf8();
-    // No AVAHI_PUBLISH_* renaming flag exists: a taken name stays a failure.
-    int result = avahi_entry_group_add_service(group, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, AvahiPublishFlags(0),
-                                               name.constData(), type.constData(),
-                                               domain.isEmpty() ? nullptr : domain.constData(), nullptr, m_port,
-                                               nullptr);
-    if (result == AVAHI_OK)
-        result = avahi_entry_group_commit(group);
-    if (result != AVAHI_OK) {
-        avahi_entry_group_free(group);
-        return result;
-    }
-    m_group = group;
-    return AVAHI_OK;
+    if (m_browseWanted)
+        m_browser->browse(avahiType());
+}
+
+void Server::published()
+{
+    auto service = std::make_shared<NetService>();
+    service->name = m_iPerfIP;
+    service->type = avahiType();
+    service->domain = QStringLiteral("local");
+    m_localService = service;
+    m_name = service->name;
+    browse();
+}
+
+void Server::publishFailed(int avahiError)
+{
+    m_publishWanted = false;
+    browse();
+    reportDidNotStart(avahiError);
+}
+
+void Server::daemonLost()
+{
+    const bool wasBrowsing = m_browser->isBrowsing() || m_browseWanted;
+    const bool wasPublishing = m_publisher->isPublished() || m_publishWanted;
+    m_browser->connectionLost();
+    m_publisher->forget();
+    m_localService.reset();
+    m_browseWanted = wasBrowsing;
+    m_publishWanted = wasPublishing && m_streams->isListening();
+    if (m_browseWanted || m_publishWanted)
+        m_connection->reconnectSoon();
+}
+
+void Server::browse()
+{
+    if (!m_connection->client())
+        return;
+    m_browseWanted = true;
+    m_browser->browse(avahiType());
 }
 
 void Server::reportDidNotStart(int avahiError)
 {
     if (m_delegate)
-        m_delegate->serverDidNotStart(this, avahiErrorDict(avahiError));
-}
-
-QVariantMap Server::avahiErrorDict(int avahiError) const
-{
-    return {{QStringLiteral("domain"), AvahiErrorDomain},
-            {QStringLiteral("code"), avahiError},
-            {QStringLiteral("message"), QString::fromUtf8(avahi_strerror(avahiError))}};
+        m_delegate->serverDidNotStart(this, {{QStringLiteral("domain"), AvahiErrorDomain},
+                                             {QStringLiteral("code"), avahiError},
+                                             {QStringLiteral("message"), QString::fromUtf8(avahi_strerror(avahiError))}});
 }
 
 void Server::stopNetService()
 {
     m_publishWanted = false;
-    if (m_group) {
-        avahi_entry_group_free(m_group);
-        m_group = nullptr;
-    }
+    m_publisher->withdraw();
 }
 
 void Server::stop()
 {
     stopNetService();
-    if (m_listener) {
-        m_listener->close();
-        delete m_listener;
-        m_listener = nullptr;
-    }
-    stopStreams();
+    m_streams->closeListener();
+    m_streams->closeStreams();
     if (m_delegate)
         m_delegate->serverStopped(this);
 }
 
 void Server::stopBrowser()
 {
-    if (m_browser && m_client)
-        avahi_service_browser_free(m_browser);
-    m_browser = nullptr;
+    m_browser->stop();
     m_browseWanted = false;
-    m_settleTimer->stop();
     m_localService.reset();
-    stopResolving();
-    m_browsed.clear();
-    m_pendingEvents.clear();
-    m_browserSettled = false;
-    ++m_browserGeneration;
-}
-
-void Server::groupStateChanged(AvahiEntryGroup *group, int state)
-{
-    if (group != m_group)
-        return;
-    switch (state) {
-    case AVAHI_ENTRY_GROUP_ESTABLISHED: {
-        auto service = std::make_shared<NetService>();
-        service->name = m_iPerfIP;
-        service->type = serviceTypeForAvahi(m_protocol);
-        service->domain = QStringLiteral("local");
-        m_localService = service;
-        m_name = service->name;
-        searchForServicesOfType(m_protocol);
-        break;
-    }
-    case AVAHI_ENTRY_GROUP_COLLISION:
-    case AVAHI_ENTRY_GROUP_FAILURE: {
-        const int avahiError = state == AVAHI_ENTRY_GROUP_COLLISION ? int(AVAHI_ERR_COLLISION)
-                                                                    : avahi_client_errno(m_client);
-        avahi_entry_group_free(m_group);
-        m_group = nullptr;
-        m_publishWanted = false;
-        searchForServicesOfType(m_protocol);
-        reportDidNotStart(avahiError);
-        break;
-    }
-    default:
-        break;
-    }
-}
-
-void Server::searchForServicesOfType(const QString &type)
-{
-    // A browser that already runs reports the same services; a fresh one
-    // would report every peer a second time.
-    if (m_browser || !m_client)
-        return;
-    m_browseWanted = true;
-    const QByteArray avahiType = serviceTypeForAvahi(type).toUtf8();
-    m_browser = avahi_service_browser_new(m_client, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, avahiType.constData(),
-                                          "local", AvahiLookupFlags(0), &AvahiGlue::browse, this);
-    if (!m_browser) {
-        TW_LOG(QStringLiteral("Server: cannot browse for %1: %2")
-                   .arg(type, QString::fromUtf8(avahi_strerror(avahi_client_errno(m_client)))));
-        return;
-    }
-    m_browserSettled = false;
-    m_settleTimer->start();
 }
 
 QString Server::ownName() const
@@ -391,236 +245,11 @@ QString Server::ownName() const
     if (m_localService)
         return m_localService->name;
     // Our own service may be reported before its publication is confirmed.
-    return m_group ? m_iPerfIP : QString();
-}
-
-void Server::browseEvent(int interface, int protocol, int event, const char *name, const char *type,
-                         const char *domain)
-{
-    if (event == AVAHI_BROWSER_ALL_FOR_NOW) {
-        m_browserSettled = true;
-        m_settleTimer->stop();
-        scheduleFlush();
-        return;
-    }
-    if (event == AVAHI_BROWSER_CACHE_EXHAUSTED) {
-        scheduleFlush();
-        return;
-    }
-    if (event == AVAHI_BROWSER_FAILURE) {
-        TW_LOG(QStringLiteral("Server: browsing failed: %1")
-                   .arg(QString::fromUtf8(avahi_strerror(avahi_client_errno(m_client)))));
-        return;
-    }
-    if (event != AVAHI_BROWSER_NEW && event != AVAHI_BROWSER_REMOVE)
-        return;
-
-    NetService key;
-    key.name = QString::fromUtf8(name);
-    key.type = QString::fromUtf8(type);
-    key.domain = QString::fromUtf8(domain);
-    const NetService::Sighting sighting{interface, protocol};
-    auto found = std::find_if(m_browsed.begin(), m_browsed.end(),
-                              [&](const NetServicePtr &service) { return service->isEqual(key); });
-
-    if (event == AVAHI_BROWSER_NEW) {
-        if (found != m_browsed.end()) {
-            if (!(*found)->sightings.contains(sighting))
-                (*found)->sightings.append(sighting);
-            return;
-        }
-        auto service = std::make_shared<NetService>(key);
-        service->sightings.append(sighting);
-        m_browsed.append(service);
-        if (service->name != ownName())
-            m_pendingEvents.append({true, service});
-        scheduleFlush();
-        return;
-    }
-
-    if (found == m_browsed.end())
-        return;
-    NetServicePtr service = *found;
-    service->sightings.removeAll(sighting);
-    if (!service->sightings.isEmpty())
-        return; // still seen elsewhere
-    m_browsed.erase(found);
-    if (m_currentlyResolvingService && service->name == m_currentlyResolvingService->name)
-        stopResolving();
-    else if (m_localService && service->name == m_localService->name)
-        m_localService.reset();
-    m_pendingEvents.append({false, service});
-    scheduleFlush();
-}
-
-void Server::scheduleFlush()
-{
-    if (m_flushScheduled)
-        return;
-    m_flushScheduled = true;
-    QTimer::singleShot(0, this, &Server::flushBrowserEvents);
-}
-
-void Server::flushBrowserEvents()
-{
-    m_flushScheduled = false;
-    if (m_pendingEvents.isEmpty() || !m_browserSettled)
-        return;
-    // Events Avahi has received but not yet handed over belong to this batch.
-    if (m_poll->hasPendingWork() && m_flushPostponed < kMaxFlushPostpones) {
-        ++m_flushPostponed;
-        scheduleFlush();
-        return;
-    }
-    m_flushPostponed = 0;
-    const QList<BrowserEvent> events = std::exchange(m_pendingEvents, {});
-    const quint64 generation = m_browserGeneration;
-    QPointer<Server> self(this);
-    for (qsizetype i = 0; i < events.size(); ++i) {
-        if (!self || !m_delegate || generation != m_browserGeneration)
-            return;
-        const bool moreComing = i + 1 < events.size();
-        if (events[i].added)
-            m_delegate->serviceAdded(events[i].service, moreComing);
-        else
-            m_delegate->serviceRemoved(events[i].service, moreComing);
-    }
-}
-
-void Server::clientStateChanged(AvahiClient *client, int state)
-{
-    if (m_client && client != m_client)
-        return;
-    switch (state) {
-    case AVAHI_CLIENT_S_RUNNING:
-        m_client = client; // may still be inside avahi_client_new
-        if (m_publishWanted && !m_group) {
-            const int result = publishWithClient();
-            if (result != AVAHI_OK) {
-                m_publishWanted = false;
-                m_browseWanted = true;
-                TW_LOG(QStringLiteral("Server: cannot publish \"%1\": %2")
-                           .arg(m_iPerfIP, QString::fromUtf8(avahi_strerror(result))));
-                QTimer::singleShot(0, this, [this, result] { reportDidNotStart(result); });
-            }
-        }
-        if (m_browseWanted && !m_browser)
-            searchForServicesOfType(m_protocol);
-        break;
-    case AVAHI_CLIENT_S_REGISTERING:
-    case AVAHI_CLIENT_S_COLLISION:
-        // The daemon is renaming its host; our records come back on RUNNING.
-        if (m_group) {
-            avahi_entry_group_free(m_group);
-            m_group = nullptr;
-        }
-        break;
-    case AVAHI_CLIENT_FAILURE: {
-        TW_LOG(QStringLiteral("Server: lost the connection to avahi-daemon: %1")
-                   .arg(QString::fromUtf8(avahi_strerror(avahi_client_errno(client)))));
-        const bool wasBrowsing = m_browser != nullptr || m_browseWanted;
-        const bool wasPublishing = m_group != nullptr || m_publishWanted;
-        forgetBrowsedServices(true);
-        // The client owns its group, browser and resolver: all go with it.
-        m_group = nullptr;
-        m_browser = nullptr;
-        m_resolver = nullptr;
-        m_resolveTimer->stop();
-        m_currentlyResolvingService.reset();
-        m_localService.reset();
-        m_client = nullptr;
-        m_deadClients.append(client);
-        QTimer::singleShot(0, this, [this] {
-            for (AvahiClient *dead : std::exchange(m_deadClients, {}))
-                avahi_client_free(dead);
-        });
-        m_browseWanted = wasBrowsing;
-        m_publishWanted = wasPublishing && m_listener;
-        if (m_browseWanted || m_publishWanted)
-            scheduleReconnect(0);
-        break;
-    }
-    default:
-        break;
-    }
-}
-
-void Server::forgetBrowsedServices(bool reportRemovals)
-{
-    if (reportRemovals) {
-        // Peers are no longer visible to us; they come back with the browser.
-        const QString own = ownName();
-        for (const NetServicePtr &service : std::as_const(m_browsed)) {
-            if (service->name != own)
-                m_pendingEvents.append({false, service});
-        }
-        m_browserSettled = true;
-        scheduleFlush();
-    }
-    m_browsed.clear();
-}
-
-void Server::scheduleReconnect(int delayMs)
-{
-    m_reconnectTimer->start(delayMs);
-}
-
-void Server::reconnect()
-{
-    if (m_client || (!m_browseWanted && !m_publishWanted))
-        return;
-    int avahiError = 0;
-    // Waits in the connecting state until the daemon shows up on the bus.
-    AvahiClient *client = avahi_client_new(m_poll->api(), AVAHI_CLIENT_NO_FAIL, &AvahiGlue::client, this, &avahiError);
-    if (!client) {
-        scheduleReconnect(kReconnectRetryMs);
-        return;
-    }
-    m_client = client;
-}
-
-void Server::dropClient()
-{
-    if (!m_client)
-        return;
-    // Freeing the client frees its group, browser and resolver.
-    avahi_client_free(m_client);
-    m_client = nullptr;
-    m_group = nullptr;
-    m_browser = nullptr;
-    m_resolver = nullptr;
-}
-
-void Server::acceptConnection()
-{
-    while (m_listener && m_listener->hasPendingConnections()) {
-        QTcpSocket *socket = m_listener->nextPendingConnection();
-        connectedToStream(socket);
-    }
-}
-
-void Server::connectedToStream(QTcpSocket *socket)
-{
-    stopStreams();
-    socket->setParent(this);
-    m_stream = socket;
-    connect(socket, &QTcpSocket::readyRead, this, &Server::streamReadable);
-    connect(socket, &QTcpSocket::connected, this, &Server::streamOpened);
-    connect(socket, &QTcpSocket::disconnected, this, &Server::streamEnded);
-    connect(socket, &QTcpSocket::errorOccurred, this, [this](QAbstractSocket::SocketError error) {
-        // An orderly close is an end, reported through disconnected().
-        if (error != QAbstractSocket::RemoteHostClosedError)
-            streamError();
-    });
-    if (socket->state() == QAbstractSocket::ConnectedState)
-        streamOpened();
+    return m_publisher->isPublished() ? m_iPerfIP : QString();
 }
 
 void Server::streamOpened()
 {
-    m_inputStreamReady = true;
-    m_outputStreamReady = true;
-    m_outputStreamHasSpace = true;
     QPointer<Server> self(this);
     if (m_delegate)
         m_delegate->serverRemoteConnectionComplete(this);
@@ -628,19 +257,8 @@ void Server::streamOpened()
         stopNetService();
 }
 
-void Server::streamReadable()
+void Server::streamFailed(const QVariantMap &info)
 {
-    if (!m_stream)
-        return;
-    const qint64 chunk = qMax(1, m_payloadSize % 256);
-    while (m_stream->bytesAvailable() > 0)
-        m_received += m_stream->read(chunk);
-    m_received.clear();
-}
-
-void Server::streamError()
-{
-    const QVariantMap info = m_stream ? streamErrorInfo(m_stream) : QVariantMap();
     QPointer<Server> self(this);
     if (m_delegate)
         m_delegate->serverLostConnection(this, info);
@@ -655,114 +273,22 @@ void Server::streamEnded()
         m_delegate->serverLostConnection(this, {});
     if (!self)
         return;
-    stopStreams();
-    if (m_listener) {
+    m_streams->closeStreams();
+    if (m_streams->isListening()) {
         ServerError error;
         if (!publishNetService(&error))
             TW_LOG(QStringLiteral("Server: cannot publish again: %1").arg(error.toString()));
     }
 }
 
-void Server::stopStreams()
-{
-    if (m_stream) {
-        disconnect(m_stream, nullptr, this, nullptr);
-        m_stream->abort();
-        m_stream->deleteLater();
-        m_stream = nullptr;
-    }
-    m_received.clear();
-    m_inputStreamReady = false;
-    m_outputStreamReady = false;
-    m_outputStreamHasSpace = false;
-}
-
 bool Server::sendData(const QByteArray &data, ServerError *error)
 {
-    if (!m_outputStreamHasSpace || !m_stream) {
-        if (error)
-            *error = ServerError{ErrorDomain, WriteFailed, {{QStringLiteral("message"), QStringLiteral("no connected stream")}}};
-        return false;
-    }
-    const qint64 written = m_stream->write(data);
-    if (written == 0) {
-        if (error)
-            *error = ServerError{ErrorDomain, NothingWritten, streamErrorInfo(m_stream)};
-        return false;
-    }
-    if (written < 0) {
-        if (error)
-            *error = ServerError{ErrorDomain, WriteFailed, streamErrorInfo(m_stream)};
-        return false;
-    }
-    return true;
+    return m_streams->send(data, error);
 }
 
 void Server::connectToRemoteService(const NetServicePtr &service)
 {
-    stopResolving();
-    if (!service)
-        return;
-    m_currentlyResolvingService = service;
-    if (!ensureClient(nullptr) || avahi_client_get_state(m_client) != AVAHI_CLIENT_S_RUNNING) {
-        m_currentlyResolvingService.reset();
-        return;
-    }
-    const NetService::Sighting where = service->sightings.value(0, {AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC});
-    const QByteArray name = service->name.toUtf8();
-    const QByteArray type = service->type.toUtf8();
-    const QByteArray domain = service->domain.toUtf8();
-    m_resolver = avahi_service_resolver_new(m_client, where.interfaceIndex, where.protocol, name.constData(),
-                                            type.constData(), domain.isEmpty() ? nullptr : domain.constData(),
-                                            AVAHI_PROTO_UNSPEC, AvahiLookupFlags(0), &AvahiGlue::resolve, this);
-    if (!m_resolver) {
-        TW_LOG(QStringLiteral("Server: cannot resolve \"%1\": %2")
-                   .arg(service->name, QString::fromUtf8(avahi_strerror(avahi_client_errno(m_client)))));
-        m_currentlyResolvingService.reset();
-        return;
-    }
-    m_resolveTimer->start();
-}
-
-void Server::resolveEvent(AvahiServiceResolver *resolver, int interface, int event, const char *hostName,
-                          const QString &address, quint16 port)
-{
-    if (resolver != m_resolver || !m_currentlyResolvingService)
-        return;
-    NetServicePtr service = m_currentlyResolvingService;
-    if (event != AVAHI_RESOLVER_FOUND) {
-        stopResolving();
-        return;
-    }
-    QHostAddress host(address);
-    if (host.protocol() == QAbstractSocket::IPv6Protocol && host.isLinkLocal())
-        host.setScopeId(QString::number(interface));
-    service->hostName = QString::fromUtf8(hostName);
-    service->port = port;
-    if (!host.isNull() && !service->addresses.contains(host))
-        service->addresses.append(host);
-    stopResolving();
-    if (host.isNull())
-        return;
-    auto *socket = new QTcpSocket(this);
-    connectedToStream(socket);
-    socket->connectToHost(host, port);
-}
-
-void Server::stopResolving()
-{
-    m_resolveTimer->stop();
-    if (m_resolver && m_client)
-        avahi_service_resolver_free(m_resolver);
-    m_resolver = nullptr;
-    m_currentlyResolvingService.reset();
-}
-
-void Server::resolveTimedOut()
-{
-    if (m_currentlyResolvingService)
-        TW_LOG(QStringLiteral("Server: resolving \"%1\" timed out").arg(m_currentlyResolvingService->name));
-    stopResolving();
+    m_browser->resolve(service);
 }
 
 QString Server::getAddress(const NetServicePtr &service)

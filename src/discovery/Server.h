@@ -4,21 +4,16 @@
 
 #include <QByteArray>
 #include <QObject>
-#include <QPointer>
 #include <QString>
 #include <QVariantMap>
 
 #include <memory>
 
-class AvahiQtPoll;
+class AvahiConnection;
 class ServerDelegate;
-class QTcpServer;
-class QTcpSocket;
-class QTimer;
-struct AvahiClient;
-struct AvahiEntryGroup;
-struct AvahiServiceBrowser;
-struct AvahiServiceResolver;
+class ServiceBrowser;
+class ServicePublisher;
+class ServiceStreams;
 
 // An error of the Bonjour service object.
 struct ServerError
@@ -40,6 +35,9 @@ struct ServerError
 // loop; talks to avahi-daemon over D-Bus. Without the daemon, start() fails
 // with a logged error; a daemon that goes away while we publish is waited for
 // and the service republished when it returns.
+//
+// The jobs are separate parts that this object ties together: the connection
+// to the daemon, the publisher, the browser (and resolver), and the streams.
 class Server : public QObject
 {
     Q_OBJECT
@@ -89,90 +87,45 @@ public:
     void setIPerfIP(const QString &name) { m_iPerfIP = name; }
     QString iPerfport() const { return m_iPerfport; }    // kept for compatibility; unused
     void setIPerfport(const QString &port) { m_iPerfport = port; }
-    quint16 port() const { return m_port; }              // port of the listening socket
-    int payloadSize() const { return m_payloadSize; }    // read chunk size
-    void setPayloadSize(int size) { m_payloadSize = size; }
+    quint16 port() const;                                // port of the listening socket
+    int payloadSize() const;                             // read chunk size
+    void setPayloadSize(int size);
     NetServicePtr localService() const { return m_localService; }
-    NetServicePtr currentlyResolvingService() const { return m_currentlyResolvingService; }
-    bool isPublished() const { return m_group != nullptr; }
-    bool isBrowsing() const { return m_browser != nullptr; }
-    bool inputStreamReady() const { return m_inputStreamReady; }
-    bool outputStreamReady() const { return m_outputStreamReady; }
-    bool outputStreamHasSpace() const { return m_outputStreamHasSpace; }
+    NetServicePtr currentlyResolvingService() const;
+    bool isPublished() const;
+    bool isBrowsing() const;
+    bool inputStreamReady() const;
+    bool outputStreamReady() const;
+    bool outputStreamHasSpace() const;
 
 private:
-    struct BrowserEvent
-    {
-        bool added = false;
-        NetServicePtr service;
-    };
-
-    bool ensureClient(ServerError *error);
-    void scheduleReconnect(int delayMs);
-    void scheduleFlush();
-    void dropClient();
-    void reconnect();
     bool publishNetService(ServerError *error);
     void stopNetService();
-    void searchForServicesOfType(const QString &type);
-    void connectedToStream(QTcpSocket *socket);
-    void stopStreams();
-    void acceptConnection();
+    void republish();
+    void browse();
+    void published();
+    void publishFailed(int avahiError);
+    void daemonLost();
     void streamOpened();
-    void streamReadable();
-    void streamError();
+    void streamFailed(const QVariantMap &info);
     void streamEnded();
-    void stopResolving();
-    void resolveTimedOut();
-    void flushBrowserEvents();
-    void forgetBrowsedServices(bool reportRemovals);
-
-    // Avahi's callbacks enter through this (defined with Avahi's own types).
-    friend struct AvahiGlue;
-    void clientStateChanged(AvahiClient *client, int state);
-    void groupStateChanged(AvahiEntryGroup *group, int state);
-    void browseEvent(int interface, int protocol, int event, const char *name, const char *type, const char *domain);
-    void resolveEvent(AvahiServiceResolver *resolver, int interface, int event, const char *hostName,
-                      const QString &address, quint16 port);
-    int publishWithClient();
     void reportDidNotStart(int avahiError);
     QString ownName() const;
-    QVariantMap avahiErrorDict(int avahiError) const;
+    QString avahiType() const;
 
     QString m_domain;
     QString m_protocol;
     QString m_name;
     QString m_iPerfIP;
     QString m_iPerfport;
-    quint16 m_port = 0;
-    int m_payloadSize = 128;
     ServerDelegate *m_delegate = nullptr;
 
-    std::unique_ptr<AvahiQtPoll> m_poll;
-    AvahiClient *m_client = nullptr;
-    AvahiEntryGroup *m_group = nullptr;         // the published service
-    AvahiServiceBrowser *m_browser = nullptr;
-    AvahiServiceResolver *m_resolver = nullptr;
-    QTimer *m_resolveTimer = nullptr;           // 2.0 s limit on a resolve
-    QTimer *m_reconnectTimer = nullptr;         // retries while avahi-daemon is gone
-    QTimer *m_settleTimer = nullptr;            // ends a first batch that never announced its end
-    QList<AvahiClient *> m_deadClients;         // failed clients, freed outside their callback
+    // The jobs, each a child of this object.
+    AvahiConnection *m_connection = nullptr;
+    ServicePublisher *m_publisher = nullptr;
+    ServiceBrowser *m_browser = nullptr;
+    ServiceStreams *m_streams = nullptr;
     bool m_publishWanted = false;               // publish again once the daemon is back
     bool m_browseWanted = false;                // browse again once the daemon is back
-
     NetServicePtr m_localService;
-    NetServicePtr m_currentlyResolvingService;
-    QList<NetServicePtr> m_browsed;             // services the current browser reports
-    QList<BrowserEvent> m_pendingEvents;        // browser events not yet told to the delegate
-    bool m_browserSettled = false;              // the browser's first batch has ended
-    bool m_flushScheduled = false;
-    int m_flushPostponed = 0;
-    quint64 m_browserGeneration = 0;            // changes whenever the browser is dropped
-
-    QTcpServer *m_listener = nullptr;
-    QPointer<QTcpSocket> m_stream;              // the connected pair (one socket both ways)
-    QByteArray m_received;                      // read and dropped
-    bool m_inputStreamReady = false;
-    bool m_outputStreamReady = false;
-    bool m_outputStreamHasSpace = false;
 };
