@@ -14,6 +14,11 @@
 #include <QTemporaryDir>
 #include <QTcpSocket>
 
+#include <sys/mount.h>
+#include <sys/prctl.h>
+
+#include <csignal>
+
 using namespace std::chrono_literals;
 
 namespace {
@@ -298,6 +303,66 @@ TEST_F(ServerDiscoveryListTest, PublishesOneServicePerInterfaceAndListsOnlyPeers
     EXPECT_EQ(table(), "Peer|eth0: 10.0.0.9|5201;Other|eth0: 10.0.0.2|5201");
     m_list.stopBonjor();
     EXPECT_TRUE(m_list.startedServers().isEmpty() && m_list.servicesName().isEmpty() && m_list.services().isEmpty() && !m_list.server());
+}
+
+// This thread as a machine of another name: a UTS namespace with the host name and an /etc/machine-info of its own (an
+// overlay on /etc in a mount namespace of its own). Back home when it goes.
+class MachineIdentity
+{
+public:
+    MachineIdentity(const char *hostName, const QByteArray &machineInfo)
+    {
+        const QString upper = m_dir.filePath("upper"), work = m_dir.filePath("work");
+        ok = ::unshare(CLONE_NEWUTS | CLONE_NEWNS) == 0 && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+            && ::sethostname(hostName, strlen(hostName)) == 0 && ::mount("tw", m_dir.path().toUtf8(), "tmpfs", 0, nullptr) == 0
+            && QDir().mkdir(upper) && QDir().mkdir(work);
+        QFile file(upper + "/machine-info");
+        ok = ok && file.open(QIODevice::WriteOnly) && file.write(machineInfo) == machineInfo.size() && (file.close(), true)
+            && ::mount("tw", "/etc", "overlay", 0, ("lowerdir=/etc,upperdir=" + upper + ",workdir=" + work).toUtf8()) == 0;
+    }
+    ~MachineIdentity() { ::setns(m_home[1], CLONE_NEWNS), ::setns(m_home[0], CLONE_NEWUTS), ::close(m_home[0]), ::close(m_home[1]); }
+    bool ok = false;
+
+private:
+    const int m_home[2] = {::open("/proc/thread-self/ns/uts", O_RDONLY | O_CLOEXEC), ::open("/proc/thread-self/ns/mnt", O_RDONLY | O_CLOEXEC)};
+    QTemporaryDir m_dir;
+};
+
+// Any machine name is published, cut to DNS-SD's 63 bytes (never inside a character; port, address and interface whole),
+// as avahi-browse sees it; and a peer published from another machine's namespace is listed.
+TEST_F(ServerDiscoveryListTest, LongHostAndPrettyNamesArePublishedAndPeersListed)
+{
+    REQUIRE_AVAHI_SANDBOX();
+    SettingsStore::standard().setObject("5202", "serverPort");
+    QProcess peer;
+    peer.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
+    peer.start("unshare", {"--uts", "sh", "-c", "hostname peer-0042 && exec avahi-publish -s Peer,5201,10_0_0_9,eth0 _TidewaveServer._tcp 5201"});
+    const std::pair<QByteArray, QString> machines[] = {
+        {"CHASSIS=server\n", "build-agent-0042_performance-lab_example,5202,10_0_0_1,Ethernet"},
+        {"PRETTY_HOSTNAME='Salle de mesure Wi-Fi \u2014 \u00e9tage trois \u2014 bureau \u00d8rsted c\u00f4t\u00e9 sud'\n", // 60 characters, 68 bytes
+         "Salle de mesure Wi-Fi \u2014 \u00e9tage trois,5202,10_0_0_1,Ethernet"}};
+    for (const auto &[machineInfo, published] : machines) {
+        const MachineIdentity identity("build-agent-0042.performance-lab.example.com", machineInfo);
+        ASSERT_TRUE(identity.ok) << strerror(errno);
+        auto info = std::make_shared<PIFCInterfaceInfo>();
+        info->IPAdress = "10.0.0.1", info->displayName = "Ethernet";
+        m_list.startBonjourServers({info});
+        EXPECT_EQ(m_list.servicesName(), QStringList{published});
+        ASSERT_TRUE(waitFor([&] { return m_list.server()->localService() && table() == "Peer|eth0: 10.0.0.9|5201"; })) << table().toStdString();
+        QProcess browse;
+        browse.start("avahi-browse", {"-p", "-t", "_TidewaveServer._tcp"});
+        ASSERT_TRUE(browse.waitForFinished(10000));
+        const QByteArray raw = browse.readAllStandardOutput();
+        QByteArray decoded; // parsable output writes "\DDD" for a byte
+        for (qsizetype i = 0; i < raw.size(); ++i) {
+            const bool escaped = raw[i] == '\\' && i + 3 < raw.size();
+            decoded += escaped ? char(raw.mid(i + 1, 3).toInt()) : raw[i];
+            i += escaped ? 3 : 0;
+        }
+        EXPECT_TRUE(QString::fromUtf8(decoded).contains(";" + published + ";_TidewaveServer._tcp;local")) << decoded.toStdString();
+        m_list.stopBonjor();
+    }
+    peer.kill(), peer.waitForFinished();
 }
 
 } // namespace
