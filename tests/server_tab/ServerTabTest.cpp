@@ -104,6 +104,13 @@ TEST_F(ServerTab, ReachabilityRestartsAtMostOncePerFiveSecondsAndPublishesTheAdd
     EXPECT_EQ(QStringList({tab->serverPort->text(), store.stringForKey("IPAddresss"), tab->serverIpAddress->text(), store.stringForKey("PrimaryIPAddresss"),
                            store.stringForKey("PrimaryBSDName"), QString::number(posts.filter("updateBonjour").size() * 100 + tab->oldList.size() * 10 + ServerTabVIew::interfaceCount())}).join(u'|'),
               "5204|" + shown + "|" + shown + "|192.168.1.20|wlan0|202");
+    // A cable plugged in: the new primary interface is shown, stored and published; the server stays.
+    GetPIFInterfaceinfo::setProvider(std::make_shared<ServerTabFakeInventory>(Inventory{{"eth0", "Ethernet", "10.0.0.7", 0}, {"wlan0", "Wi-Fi", "192.168.1.20", 1}}));
+    const PerfServer *server = tab->server.get();
+    posts.clear(), NotificationCenter::defaultCenter().post("PrimaryInterfaceDidChangeNotification");
+    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return !posts.filter("updateBonjour").isEmpty(); }, std::chrono::seconds(2)));
+    EXPECT_EQ(QStringList({tab->serverIpAddress->text(), store.stringForKey("PrimaryBSDName"), QString::number(tab->server.get() == server)}).join(u'|'),
+              "Ethernet (Primary): 10.0.0.7, WiFi: 192.168.1.20|eth0|1");
 }
 
 TEST_F(ServerTab, ResultsAreListedNewestFirstInRowsThatGrowWithTheirIntervalsAndSummariseTheWholeTest)
