@@ -4,6 +4,8 @@
 #include <array>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -101,9 +103,10 @@ long long byteCount(double transfer, double halfDigit, double bitsPerSecond, dou
     return std::llround(std::clamp(bitsPerSecond * seconds / 8.0, low, high));
 }
 
+// "[ ID] Interval", or "[ ID][Role] Interval" in a two-way test.
 bool isHeader(std::string_view line)
 {
-    return line.starts_with("[ ID] Interval");
+    return line.starts_with("[ ID] Interval") || line.starts_with("[ ID][Role] Interval");
 }
 
 // "Retr" marks a TCP sender's columns and a bare "Total Datagrams" (not
@@ -116,12 +119,196 @@ bool headerIntroducesSender(std::string_view line)
     return total != std::string_view::npos && (total == 0 || line[total - 1] != '/');
 }
 
+bool allDigits(std::string_view word)
+{
+    return onlyOf(word, "0123456789");
+}
+
+std::optional<long long> wholeNumber(std::string_view word)
+{
+    long long value = 0;
+    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), value);
+    if (!allDigits(word) || error != std::errc() || end != word.data() + word.size())
+        return std::nullopt;
+    return value;
+}
+
 } // namespace
+
+// One report line taken apart.
+struct LineTagger::Report
+{
+    std::string stream;            // "[  5]", "[SUM]", "[  5][TX-C]": what a repeat is recognised by
+    bool sum = false;              // a "[SUM]" line
+    int way = 0;                   // two-way lines: 1 "[TX-…]" (that end sends), -1 "[RX-…]"; 0 none
+    std::string_view interval;     // "0.00-1.00"
+    long long bytes = 0;
+    long long bitsPerSecond = 0;
+    bool summary = false;
+    bool sender = false;           // the role
+    std::vector<std::string_view> rest; // the columns after the rate
+    bool hasJitter = false;        // UDP receiver columns "0.012 ms  0/8 (0%)"
+    std::optional<long long> retransmits;
+    std::optional<long long> cwnd; // bytes
+};
+
+std::optional<LineTagger::Report> LineTagger::report(std::string_view line, bool server) const
+{
+    // "[  5]" with a numeric stream id or "[SUM]", then a two-way role
+    // ("[TX-C]") in a two-way test only.
+    if (!line.starts_with('['))
+        return std::nullopt;
+    const std::size_t close = line.find(']');
+    if (close == std::string_view::npos || close + 1 >= line.size())
+        return std::nullopt;
+    Report r;
+    const std::vector<std::string_view> id = words(line.substr(1, close - 1));
+    if (id.size() != 1)
+        return std::nullopt;
+    r.sum = id[0] == "SUM";
+    if (!r.sum && !allDigits(id[0]))
+        return std::nullopt;
+    if (r.sum != (m_options.streams > 1))
+        return std::nullopt;
+    std::size_t end = close + 1;
+    if (line[end] == '[') {
+        const std::string_view role = line.substr(end, 6);
+        const std::string_view side = server ? "S]" : "C]";
+        if (!m_options.twoWay || role.size() != 6 || !role.ends_with(side) || role[3] != '-')
+            return std::nullopt;
+        if (role.starts_with("[TX"))
+            r.way = 1;
+        else if (role.starts_with("[RX"))
+            r.way = -1;
+        else
+            return std::nullopt;
+        end += 6;
+    } else if (m_options.twoWay) {
+        return std::nullopt;
+    }
+    r.stream = std::string(line.substr(0, end));
+
+    const std::vector<std::string_view> w = words(line.substr(end));
+    // interval, "sec", transfer, its unit, rate, its unit, then the rest.
+    if (w.size() < 6 || w[1] != "sec")
+        return std::nullopt;
+    const std::size_t dash = w[0].find('-', 1);
+    if (dash == std::string_view::npos)
+        return std::nullopt;
+    const auto start = number(w[0].substr(0, dash));
+    const auto stop = number(w[0].substr(dash + 1));
+    const auto transfer = number(w[2]);
+    const auto transferUnit = byteUnit(w[3]);
+    const auto rate = number(w[4]);
+    const auto rateScale = rateUnit(w[5]);
+    if (!start || !stop || !transfer || !transferUnit || !rate || !rateScale)
+        return std::nullopt;
+    r.interval = w[0];
+
+    r.rest.assign(w.begin() + 6, w.end());
+    const std::vector<std::string_view> &rest = r.rest;
+    if (std::find(rest.begin(), rest.end(), "(omitted)") != rest.end())
+        return std::nullopt;
+
+    r.summary = !rest.empty() && (rest.back() == "sender" || rest.back() == "receiver");
+    const bool fromSender = server ? m_serverIntervalsFromSender : m_intervalsFromSender;
+    r.sender = r.summary ? rest.back() == "sender" : (r.way != 0 ? r.way > 0 : fromSender);
+    // UDP receiver intervals and every UDP summary: "0.012 ms  0/8 (0%)".
+    // Lost/total is "%d/%d", the loss "(%.2g%%)": "(0%)", "(1e+02%)", "(-nan%)".
+    r.hasJitter = rest.size() >= 4 && rest[1] == "ms" && number(rest[0])
+        && rest[2].find('/') != std::string_view::npos && onlyOf(rest[2], "-0123456789/")
+        && rest[3].starts_with('(') && rest[3].ends_with("%)") && onlyOf(rest[3], "()%0123456789.e+-naif");
+    // A TCP sender's interval: "  3   1.12 MBytes"; a summary or sum: "  3".
+    if (r.sender && !r.hasJitter && !rest.empty() && (server ? m_serverRetrColumn : m_retrColumn)) {
+        r.retransmits = wholeNumber(rest[0]);
+        if (r.retransmits && rest.size() >= 3 && !r.summary) {
+            const auto window = number(rest[1]);
+            const auto unit = byteUnit(rest[2]);
+            if (window && unit && *window * *unit < kLargestCount)
+                r.cwnd = std::llround(*window * *unit);
+        }
+    }
+
+    const double bitsPerSecond = *rate * *rateScale;
+    const double halfDigit = 0.5 * std::pow(10.0, -static_cast<double>(decimals(w[2]))) * *transferUnit;
+    if (!(bitsPerSecond < kLargestCount) || !(*transfer * *transferUnit + halfDigit < kLargestCount))
+        return std::nullopt;
+    r.bytes = byteCount(*transfer * *transferUnit, halfDigit, bitsPerSecond, *stop - *start);
+    r.bitsPerSecond = std::llround(bitsPerSecond);
+    return r;
+}
+
+std::string LineTagger::taggedLine(const Report &r) const
+{
+    std::string out = r.summary ? "Finished_" : "RESULT_";
+    if (r.way != 0)
+        out += r.way > 0 ? "UP" : "DOWN";
+    auto field = [&out](std::string_view text) {
+        out += kSeparator;
+        out += text;
+    };
+    field(std::string(r.interval) + " sec");
+    field(std::to_string(r.bytes));
+    field(std::to_string(r.bitsPerSecond));
+    if (r.hasJitter) {
+        field(std::string(r.rest[0]) + " ms");
+        field(std::string(r.rest[2]) + " " + std::string(r.rest[3]));
+    }
+    field(r.sender ? "sender" : "receiver");
+    out += '\n';
+    return out;
+}
+
+// The figures of one interval: "retr", "cwnd" of a TCP sender, "jitter",
+// "lost", "total" of a UDP receiver, "rtt" (ms) of this computer's sockets.
+std::string LineTagger::healthLine(const Report &r, bool peer) const
+{
+    // This computer sends when its own line is a sender's, or the server's a receiver's.
+    const bool up = r.sender != peer;
+    std::string out;
+    auto field = [&out](std::string_view key, const std::string &value) {
+        out += kSeparator;
+        out += key;
+        out += '=';
+        out += value;
+    };
+    if (r.retransmits)
+        field("retr", std::to_string(*r.retransmits));
+    if (r.cwnd)
+        field("cwnd", std::to_string(*r.cwnd));
+    if (r.hasJitter) {
+        const std::size_t slash = r.rest[2].find('/');
+        const auto lost = wholeNumber(r.rest[2].substr(0, slash));
+        const auto total = wholeNumber(r.rest[2].substr(slash + 1));
+        field("jitter", std::string(r.rest[0]));
+        if (lost && total) {
+            field("lost", std::to_string(*lost));
+            field("total", std::to_string(*total));
+        }
+    }
+    if (!peer && m_options.roundTrip) {
+        if (const auto ms = m_options.roundTrip(up); ms && std::isfinite(*ms) && *ms >= 0) {
+            char text[32];
+            std::snprintf(text, sizeof text, "%.3f", *ms);
+            field("rtt", text);
+        }
+    }
+    if (out.empty())
+        return out;
+    return std::string(peer ? "PEER_" : "LINK_") + (up ? "UP" : "DOWN") + std::string(kSeparator) + std::string(r.interval)
+        + " sec" + out + "\n";
+}
 
 std::optional<std::string> LineTagger::tag(std::string_view line)
 {
+    return tagLine(line, nullptr);
+}
+
+std::optional<std::string> LineTagger::tagLine(std::string_view line, std::string *health)
+{
     if (isHeader(line)) {
         m_intervalsFromSender = headerIntroducesSender(line);
+        m_retrColumn = line.find("Retr") != std::string_view::npos;
         m_lastInterval.clear();
         return std::nullopt;
     }
@@ -133,79 +320,76 @@ std::optional<std::string> LineTagger::tag(std::string_view line)
             return std::nullopt;
         return held;
     }
-
-    // Per-stream lines only: "[  5]" with a numeric stream id; "[SUM]" and
-    // bidirectional "[  5][TX-C]" lines are left alone.
-    if (!line.starts_with('['))
+    const std::optional<Report> r = report(line, false);
+    if (!r)
         return std::nullopt;
-    const std::size_t close = line.find(']');
-    if (close == std::string_view::npos || close + 1 >= line.size() || line[close + 1] == '[')
-        return std::nullopt;
-    const std::vector<std::string_view> id = words(line.substr(1, close - 1));
-    if (id.size() != 1 || !std::all_of(id[0].begin(), id[0].end(), [](char c) { return c >= '0' && c <= '9'; }))
-        return std::nullopt;
-
-    const std::vector<std::string_view> w = words(line.substr(close + 1));
-    // interval, "sec", transfer, its unit, rate, its unit, then the rest.
-    if (w.size() < 6 || w[1] != "sec")
-        return std::nullopt;
-    const std::size_t dash = w[0].find('-', 1);
-    if (dash == std::string_view::npos)
-        return std::nullopt;
-    const std::string_view startText = w[0].substr(0, dash);
-    const std::string_view endText = w[0].substr(dash + 1);
-    const auto start = number(startText);
-    const auto end = number(endText);
-    const auto transfer = number(w[2]);
-    const auto transferUnit = byteUnit(w[3]);
-    const auto rate = number(w[4]);
-    const auto rateScale = rateUnit(w[5]);
-    if (!start || !end || !transfer || !transferUnit || !rate || !rateScale)
-        return std::nullopt;
-
-    const std::vector<std::string_view> rest(w.begin() + 6, w.end());
-    if (std::find(rest.begin(), rest.end(), "(omitted)") != rest.end())
-        return std::nullopt;
-
-    const bool summary = !rest.empty() && (rest.back() == "sender" || rest.back() == "receiver");
-    const std::string_view role = summary ? rest.back() : (m_intervalsFromSender ? "sender" : "receiver");
-    // UDP receiver intervals and every UDP summary: "0.012 ms  0/8 (0%)".
-    // Lost/total is "%d/%d", the loss "(%.2g%%)": "(0%)", "(1e+02%)", "(-nan%)".
-    const bool hasJitter = rest.size() >= 4 && rest[1] == "ms" && number(rest[0])
-        && rest[2].find('/') != std::string_view::npos && onlyOf(rest[2], "-0123456789/")
-        && rest[3].starts_with('(') && rest[3].ends_with("%)") && onlyOf(rest[3], "()%0123456789.e+-naif");
-
-    const double bitsPerSecond = *rate * *rateScale;
-    const double halfDigit = 0.5 * std::pow(10.0, -static_cast<double>(decimals(w[2]))) * *transferUnit;
-    if (!(bitsPerSecond < kLargestCount) || !(*transfer * *transferUnit + halfDigit < kLargestCount))
-        return std::nullopt;
-    const long long bytes = byteCount(*transfer * *transferUnit, halfDigit, bitsPerSecond, *end - *start);
-
-    std::string out = summary ? "Finished_" : "RESULT_";
-    auto field = [&out](std::string_view text) {
-        out += kSeparator;
-        out += text;
-    };
-    field(std::string(startText) + "-" + std::string(endText) + " sec");
-    field(std::to_string(bytes));
-    field(std::to_string(std::llround(bitsPerSecond)));
-    if (hasJitter) {
-        field(std::string(rest[0]) + " ms");
-        field(std::string(rest[2]) + " " + std::string(rest[3]));
-    }
-    field(role);
-    out += '\n';
-
-    if (summary) {
+    std::string out = taggedLine(*r);
+    if (r->summary) {
         if (m_mode == Mode::Server)
             return out;
-        (role == "receiver" ? m_heldReceivers : m_heldSenders) += out;
+        (r->sender ? m_heldSenders : m_heldReceivers) += out;
         return std::nullopt;
     }
-    std::string &last = m_lastInterval[std::string(line.substr(0, close + 1))];
-    const std::string interval = std::string(w[0]);
-    if (last == interval)
+    std::string &last = m_lastInterval[r->stream];
+    if (last == r->interval)
         return std::nullopt;
-    last = interval;
+    last = std::string(r->interval);
+    if (health)
+        *health = healthLine(*r, false);
+    return out;
+}
+
+std::string LineTagger::serverBlockLine(std::string_view line)
+{
+    if (isHeader(line)) {
+        m_serverIntervalsFromSender = headerIntroducesSender(line);
+        m_serverRetrColumn = line.find("Retr") != std::string_view::npos;
+        return {};
+    }
+    const std::optional<Report> r = report(line, true);
+    if (!r || r->summary)
+        return {};
+    return healthLine(*r, true);
+}
+
+std::vector<std::string> LineTagger::writes(std::string_view line)
+{
+    std::string_view text = line;
+    if (text.ends_with('\n'))
+        text.remove_suffix(1);
+    std::vector<std::string> out;
+    const bool health = m_options.linkHealth && m_mode == Mode::Client;
+    if (health) {
+        if (m_inServerBlock) {
+            // The block ends with an empty line of its own.
+            if (text.empty())
+                m_inServerBlock = false;
+            else if (std::string peer = serverBlockLine(text); !peer.empty())
+                out.push_back(std::move(peer));
+            return out;
+        }
+        if (text == "Server output:") {
+            // iperf3 opens the block with an empty line: both go.
+            m_heldBlank.clear();
+            m_inServerBlock = true;
+            return out;
+        }
+        if (!m_heldBlank.empty())
+            out.push_back(std::exchange(m_heldBlank, std::string()));
+        if (text.empty()) {
+            m_heldBlank = std::string(line);
+            return out;
+        }
+    }
+    std::string figures;
+    const auto tagged = tagLine(text, health ? &figures : nullptr);
+    if (!tagged) {
+        out.emplace_back(line);
+        return out;
+    }
+    std::string both(line);
+    if (!line.ends_with('\n'))
+        both += '\n';
+    out.push_back(both + figures + *tagged);
     return out;
 }

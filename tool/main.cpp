@@ -4,8 +4,12 @@
 // README.md beside this file).
 
 #include "LineTagger.h"
+#include "TcpInfoSampler.h"
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdlib>
+#include <optional>
 #include <cstring>
 #include <string>
 #include <string_view>
@@ -29,6 +33,8 @@ namespace {
 
 // How long iperf3 gets to end after a forwarded signal before it is killed.
 constexpr long kStopGraceMs = 5000;
+// How often a TCP client's round-trip times are sampled.
+constexpr long kSampleMs = 100;
 // A line longer than this without a line end is passed on as it is, so a
 // stream without line ends cannot grow the buffer without bound.
 constexpr std::size_t kMaxLine = 1 << 20;
@@ -139,6 +145,11 @@ std::vector<char *> iperfArguments(int argc, char **argv)
         first = 2;
     for (int i = first; i < argc; ++i)
         args.push_back(argv[i]);
+    // A client also asks for the server's own report (its retransmits, or
+    // what arrived of a UDP test), which comes as a block at the end.
+    static char serverOutput[] = "--get-server-output";
+    if (std::find_if(args.begin(), args.end(), [](const char *arg) { return std::string_view(arg) == "-c" || std::string_view(arg).starts_with("--client"); }) != args.end())
+        args.push_back(serverOutput);
     // Last, so they win over anything the caller passed: flush each interval
     // report at once, and print rates in whole Kbit/s.
     static char forceflush[] = "--forceflush";
@@ -151,13 +162,35 @@ std::vector<char *> iperfArguments(int argc, char **argv)
     return args;
 }
 
+bool hasArgument(const std::vector<char *> &args, std::string_view a, std::string_view b)
+{
+    return std::find_if(args.begin(), args.end(), [&](const char *arg) { return arg != nullptr && (arg == a || arg == b); })
+        != args.end();
+}
+
 bool isClient(const std::vector<char *> &args)
 {
-    for (const char *arg : args) {
-        if (arg != nullptr && (std::string_view(arg) == "-c" || std::string_view(arg).starts_with("--client")))
-            return true;
+    return hasArgument(args, "--get-server-output", "--get-server-output");
+}
+
+// The number of parallel streams: "-P4", "-P 4", "--parallel 4", "--parallel=4".
+int streamCount(const std::vector<char *> &args)
+{
+    int streams = 1;
+    for (std::size_t i = 1; i + 1 < args.size(); ++i) {
+        const std::string_view arg(args[i]);
+        std::string_view value;
+        if (arg == "-P" || arg == "--parallel")
+            value = args[i + 1] != nullptr ? std::string_view(args[i + 1]) : std::string_view();
+        else if (arg.starts_with("-P"))
+            value = arg.substr(2);
+        else if (arg.starts_with("--parallel="))
+            value = arg.substr(11);
+        else
+            continue;
+        streams = std::atoi(std::string(value).c_str());
     }
-    return false;
+    return streams;
 }
 
 [[noreturn]] void runIperf(const std::vector<char *> &args, pid_t launcher, int out, int err,
@@ -241,20 +274,20 @@ int main(int argc, char **argv)
     close(outPipe[1]);
     close(errPipe[1]);
 
-    LineTagger tagger(isClient(args) ? LineTagger::Mode::Client : LineTagger::Mode::Server);
+    const bool client = isClient(args);
+    // A TCP client's connections are watched for their round-trip times.
+    std::optional<TcpInfoSampler> sampler;
+    if (client && !hasArgument(args, "-u", "--udp"))
+        sampler.emplace(child);
+    LineTagger::Options options;
+    options.streams = streamCount(args);
+    options.twoWay = hasArgument(args, "--bidir", "--bidir");
+    options.linkHealth = client;
+    options.roundTrip = [&sampler](bool up) { return sampler ? sampler->take(up) : std::nullopt; };
+    LineTagger tagger(client ? LineTagger::Mode::Client : LineTagger::Mode::Server, options);
     auto onOutLine = [&tagger](std::string_view line) {
-        std::string_view text = line;
-        if (text.ends_with('\n'))
-            text.remove_suffix(1);
-        if (const auto tagged = tagger.tag(text)) {
-            std::string both(line);
-            if (!line.ends_with('\n'))
-                both += '\n';
-            both += *tagged;
-            writeAll(STDOUT_FILENO, both);
-        } else {
-            writeAll(STDOUT_FILENO, line);
-        }
+        for (const std::string &write : tagger.writes(line))
+            writeAll(STDOUT_FILENO, write);
     };
     auto onErrLine = [](std::string_view line) {
         writeAll(STDOUT_FILENO, line);
@@ -288,6 +321,7 @@ int main(int argc, char **argv)
     bool childDone = false;
     int childStatus = 0;
     long killDeadline = -1;
+    long nextSample = nowMs() + kSampleMs;
     while (!childDone || out.fd >= 0 || err.fd >= 0) {
         if (childDone) {
             // iperf3 has exited: everything it wrote is in the pipes already.
@@ -303,6 +337,14 @@ int main(int argc, char **argv)
         int timeout = -1;
         if (killDeadline >= 0)
             timeout = static_cast<int>(std::max(0L, killDeadline - nowMs()));
+        if (sampler) {
+            if (nowMs() >= nextSample) {
+                sampler->sample();
+                nextSample = nowMs() + kSampleMs;
+            }
+            const int untilSample = static_cast<int>(std::max(0L, nextSample - nowMs()));
+            timeout = timeout < 0 ? untilSample : std::min(timeout, untilSample);
+        }
         const int ready = poll(fds, 3, timeout);
         if (ready < 0 && errno != EINTR)
             break;
@@ -331,6 +373,7 @@ int main(int argc, char **argv)
                 childDone = true;
         }
     }
+    writeAll(STDOUT_FILENO, tagger.flush());
     if (!childDone) {
         while (waitpid(child, &childStatus, 0) < 0 && errno == EINTR) {
         }

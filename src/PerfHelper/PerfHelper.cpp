@@ -67,6 +67,8 @@ void PerfHelper::runTest()
     m_test->testType = testType;
     m_test->bufferLength = bufferLength;
     m_test->sendBandwidth = sendBandwidth;
+    m_test->parallelStreams = parallelStreams;
+    m_test->twoWay = twoWay;
     m_test->run();
 }
 

@@ -46,7 +46,14 @@ public:
     qint64 isSelected = 0;            // the test's check box in the list
     qint64 index = 0;                 // row of the test in the list
     qint64 invalidTestDuration = 0;   // handed down to the run unchanged
+    qint64 parallelStreams = 1;       // 1-16 parallel streams (settings key kParallelStreamsKey)
+    qint64 twoWay = 0;                // 1: both directions at once (settings key kTwoWayKey)
     PerfResultList resultss;          // interval records, newest first (the client tab fills it)
+
+    // Settings keys of the stream settings. Nothing stored (or 0) means one
+    // stream and one direction, which run exactly the plain command line.
+    static constexpr const char *kParallelStreamsKey = "parallelStreams";
+    static constexpr const char *kTwoWayKey = "twoWayTest";
 
     // The settings store supplies the interface list ("IPAddresss").
     PerfHelper();

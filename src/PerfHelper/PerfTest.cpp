@@ -10,6 +10,7 @@
 #include <QStringDecoder>
 #include <QTimer>
 
+#include <algorithm>
 #include <charconv>
 
 #include <signal.h>
@@ -20,6 +21,43 @@ const QString kResultTag = QStringLiteral("RESULT_");
 const QString kFinishedTag = QStringLiteral("Finished_");
 const QString kFieldSeparator = QStringLiteral("$#");
 const QString kError = QStringLiteral("error");
+const QString kLinkTag = QStringLiteral("LINK_");
+const QString kPeerTag = QStringLiteral("PEER_");
+// iperf3's own limit is 128; more than this many streams is not a link test.
+constexpr qint64 kMaxStreams = 16;
+
+// Counts add up (a server's short tail interval joins the record it follows);
+// a level is kept from the first interval that gave one.
+void addFigures(PerfResult &to, const PerfResult &from)
+{
+    const auto add = [](qint64 &sum, qint64 value) {
+        if (value >= 0)
+            sum = std::max<qint64>(sum, 0) + value;
+    };
+    add(to.retransmits, from.retransmits);
+    add(to.udpLostDatagrams, from.udpLostDatagrams);
+    add(to.udpTotalDatagrams, from.udpTotalDatagrams);
+    if (to.congestionWindow < 0)
+        to.congestionWindow = from.congestionWindow;
+    if (to.roundTripMs < 0)
+        to.roundTripMs = from.roundTripMs;
+    if (to.udpJitterMs < 0)
+        to.udpJitterMs = from.udpJitterMs;
+}
+
+// The direction a tag names: "…UP" 0, "…DOWN" 1, none -1.
+int tagDirection(const QString &tag)
+{
+    if (tag.endsWith(QLatin1String("UP")))
+        return 0;
+    return tag.endsWith(QLatin1String("DOWN")) ? 1 : -1;
+}
+
+// The start of an interval field, "2.00-3.00 sec" -> 2.
+double intervalStart(const QString &field)
+{
+    return field.section(QLatin1Char('-'), 0, 0).trimmed().toDouble();
+}
 
 // Undecodable bytes give no text at all (a null QString), which the parser
 // ignores.
@@ -209,7 +247,8 @@ const QStringList &PerfTest::prepareOptions()
 
 void PerfTest::createOptionsArray()
 {
-    if (reverse == 1)
+    // iperf3 refuses a reverse two-way test; both directions run anyway.
+    if (reverse == 1 && twoWay != 1)
         m_iperfOptions << QStringLiteral("-R");
     // The tool's own defaults (128 KB for TCP, 8 KB for UDP) are left to it.
     if (testType == 1) {
@@ -221,6 +260,10 @@ void PerfTest::createOptionsArray()
     }
     if (sendBandwidth > 0)
         m_iperfOptions << QStringLiteral("-b%1").arg(sendBandwidth) + (bandwidthformat != 0 ? QStringLiteral("K") : QStringLiteral("M"));
+    if (const qint64 streams = std::clamp<qint64>(parallelStreams, 1, kMaxStreams); streams > 1)
+        m_iperfOptions << QStringLiteral("-P%1").arg(streams);
+    if (twoWay == 1)
+        m_iperfOptions << QStringLiteral("--bidir");
     m_iperfOptions << QStringLiteral("-t%1").arg(duration) << QStringLiteral("-i%1").arg(stats_interval);
 }
 
@@ -342,7 +385,87 @@ bool PerfTest::fillRecord(const QStringList &fields, const PerfResultPtr &record
     record->sentBandwidth = leadingFloat(trimBlanks(QString(fields.at(3)).remove(QLatin1String("Kbits/sec"))));
     record->sentBytes = leadingFloat(trimBlanks(QString(fields.at(2)).remove(QLatin1String("KBytes"))));
     record->bandwidthformat = bandwidthformat;
+    const int way = tagDirection(fields.at(0));
+    record->direction = way >= 0 ? way : (reverse == 1 ? 1 : 0);
     return true;
+}
+
+void PerfTest::takeLinkFigures(const QString &text)
+{
+    for (const QString &line : text.split(QLatin1Char('\n'))) {
+        const bool peer = line.startsWith(kPeerTag);
+        if (!peer && !line.startsWith(kLinkTag))
+            continue;
+        const QStringList fields = line.split(kFieldSeparator);
+        const int way = tagDirection(fields.at(0));
+        if (fields.size() < 3 || way < 0)
+            continue;
+        PerfResult figures;
+        for (const QString &field : fields.mid(2)) {
+            const QString key = field.section(QLatin1Char('='), 0, 0);
+            const QString value = field.section(QLatin1Char('='), 1);
+            bool ok = false;
+            const double number = value.toDouble(&ok);
+            if (!ok || number < 0)
+                continue;
+            if (key == QLatin1String("retr"))
+                figures.retransmits = qint64(number);
+            else if (key == QLatin1String("cwnd"))
+                figures.congestionWindow = qint64(number);
+            else if (key == QLatin1String("rtt"))
+                figures.roundTripMs = number;
+            else if (key == QLatin1String("jitter"))
+                figures.udpJitterMs = number;
+            else if (key == QLatin1String("lost"))
+                figures.udpLostDatagrams = qint64(number);
+            else if (key == QLatin1String("total"))
+                figures.udpTotalDatagrams = qint64(number);
+        }
+        if (!peer) {
+            addFigures(m_waitingFigures[QString::number(way) + trimBlanks(fields.at(1))], figures);
+            continue;
+        }
+        // The server's interval joins this computer's record it falls in
+        // (by its middle); one past the last joins the last.
+        const PerfResultList &records = m_intervalRecords[way];
+        if (records.isEmpty())
+            continue;
+        const QString interval = trimBlanks(QString(fields.at(1)).remove(QLatin1String("sec")));
+        const double middle = (intervalStart(interval) + interval.section(QLatin1Char('-'), 1).toDouble()) / 2;
+        PerfResultPtr into = records.first();
+        for (const PerfResultPtr &record : records) {
+            if (record->startTime.toDouble() <= middle)
+                into = record;
+        }
+        addFigures(*into, figures);
+    }
+}
+
+void PerfTest::addLinkFigures(const PerfResultPtr &record, const QString &interval, bool final)
+{
+    if (record->direction < 0 || record->direction > 1)
+        return;
+    PerfResultList &records = m_intervalRecords[record->direction];
+    if (!final) {
+        if (!m_waitingFigures.isEmpty())
+            addFigures(*record, m_waitingFigures.take(QString::number(record->direction) + trimBlanks(interval)));
+        records << record;
+        return;
+    }
+    PerfResult totals;
+    double rttSum = 0;
+    int rttCount = 0;
+    for (const PerfResultPtr &r : records) {
+        addFigures(totals, *r);
+        if (r->roundTripMs >= 0) {
+            rttSum += r->roundTripMs;
+            ++rttCount;
+        }
+    }
+    totals.roundTripMs = rttCount > 0 ? rttSum / rttCount : -1;
+    totals.congestionWindow = -1;
+    totals.udpJitterMs = record->jitter.isNull() ? -1 : leadingFloat(record->jitter);
+    addFigures(*record, totals);
 }
 
 void PerfTest::didReceivePerfTestRespnose(const QString &response)
@@ -354,6 +477,9 @@ void PerfTest::didReceivePerfTestRespnose(const QString &response)
 
     // Any delegate call may stop or destroy this test.
     QPointer<PerfTest> alive(this);
+
+    if (text.contains(kLinkTag) || text.contains(kPeerTag))
+        takeLinkFigures(text);
 
     if (text.contains(QLatin1String("connected to"))) {
         QString address;
@@ -392,10 +518,11 @@ void PerfTest::didReceivePerfTestRespnose(const QString &response)
             if (!fillRecord(fields, record))
                 continue;
             m_result = record;
-            if (fields.size() >= 6 && testType == 1 && reverse == 1) {
+            if (fields.size() >= 6 && testType == 1 && record->direction == 1) {
                 record->jitter = trimBlanks(fields.at(4));
                 record->lostTotalDataGrams = trimBlanks(fields.at(5));
             }
+            addLinkFigures(record, fields.at(1), false);
             reportIntervals(record);
             if (!alive)
                 return;
@@ -406,6 +533,8 @@ void PerfTest::didReceivePerfTestRespnose(const QString &response)
 
     if (text.contains(kFinishedTag)) {
         TW_LOG(QStringLiteral("Finished_response From Iperf %1").arg(text));
+        // A two-way test's result is both receivers' lines, which come first.
+        int reached = 0;
         for (const QString &line : linesFrom(text, kFinishedTag, QStringLiteral("Finished"))) {
             TW_LOG(QStringLiteral("PerfTest: processing line at FinishedTest_ = %1").arg(line));
             if (line.contains(kResultTag) || line.contains(kError))
@@ -422,12 +551,13 @@ void PerfTest::didReceivePerfTestRespnose(const QString &response)
                         record->jitter = trimBlanks(fields.at(4));
                         record->lostTotalDataGrams = trimBlanks(fields.at(5));
                     }
+                    addLinkFigures(record, fields.at(1), true);
                     reportIntervals(record);
                     if (!alive || m_hasCancelled)
                         return;
                 }
             }
-            if (SettingsStore::leadingInteger(m_result->endTime) >= duration) {
+            if (SettingsStore::leadingInteger(m_result->endTime) >= duration && ++reached >= (twoWay == 1 ? 2 : 1)) {
                 m_hasTestFinished = true;
                 TW_LOG(QStringLiteral("PerfTest: final interval result has been received from native iperf, stopping test.. "));
                 break;

@@ -4,6 +4,7 @@
 #include "records/PerfResult.h"
 
 #include <QByteArray>
+#include <QHash>
 #include <QObject>
 #include <QString>
 #include <QStringList>
@@ -54,6 +55,8 @@ public:
     qint64 sendBandwidth = 0;             // target rate; 0 or less: none given
     qint64 bandwidthformat = 0;           // non-zero: kilo units for the rate
     qint64 invalidTestDuration = 0;       // carried along, not used here
+    qint64 parallelStreams = 1;           // 2-16: "-P"; records are the streams' sums (clamped to 1-16)
+    qint64 twoWay = 0;                    // 1: "--bidir" (and no "-R"): records of both directions
 
     explicit PerfTest(QObject *parent = nullptr);
     ~PerfTest() override;
@@ -72,8 +75,9 @@ public:
     // The argument list run() passes: "./iperf3 ", "-c", the server, "-p"
     // and the port, then createOptionsArray()'s part. Kept in iperfOptions().
     const QStringList &prepareOptions();
-    // Appends "-R", the protocol and length options, the rate, "-t" and "-i"
-    // to the argument list (creating it if none exists).
+    // Appends "-R", the protocol and length options, the rate, "-P" and
+    // "--bidir" when set, "-t" and "-i" to the argument list (creating it if
+    // none exists).
     void createOptionsArray();
     const QStringList &iperfOptions() const { return m_iperfOptions; }
 
@@ -114,6 +118,12 @@ private:
     // Fills a record from the fields of a result line; false when the
     // interval field holds no "-".
     bool fillRecord(const QStringList &fields, const PerfResultPtr &record) const;
+    // The launcher's LINK_ (this interval's, ahead of its RESULT_ line) and
+    // PEER_ lines (the server's intervals, at the end) of a chunk.
+    void takeLinkFigures(const QString &text);
+    // A new interval record gets the figures waiting for it; a final record
+    // its direction's totals.
+    void addLinkFigures(const PerfResultPtr &record, const QString &interval, bool final);
 
     PerfTestDelegate *m_delegate = nullptr;
     std::weak_ptr<const void> m_delegateLifetime;
@@ -125,4 +135,8 @@ private:
     bool m_hasReceivediPerfResponse = false;
     bool m_hasTestFinished = false;
     PerfResultPtr m_result;
+    // LINK_ figures by direction and interval text, until their record comes.
+    QHash<QString, PerfResult> m_waitingFigures;
+    // The interval records reported, by direction (0 up, 1 down).
+    PerfResultList m_intervalRecords[2];
 };

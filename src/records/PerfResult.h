@@ -47,6 +47,27 @@ public:
     QString lostTotalDataGrams; // UDP lost/total datagrams as printed
     QString totalDataGrams;     // declared; nothing assigns it
     QString currentDate;        // time stamp of a server-side record
+
+    // Link health of a client record: the figures of the record's own
+    // direction and interval, -1 where not known. Figures this computer sees
+    // are set before the record is reported; the far end's (from the server's
+    // own report) are written into the same, already reported interval
+    // records when the test ends, before testDidFinished. A final record
+    // carries the totals of its direction's intervals (retransmits and
+    // datagram counts summed, round-trip time averaged).
+    qint64 direction = -1;         // 0: this computer sent the data (up), 1: it received them (down);
+                                   // a two-way test has records of both; -1 on server-side records
+    qint64 retransmits = -1;       // TCP: segments the sender retransmitted in the interval; live when
+                                   // this computer sends, from the server's report at the end otherwise
+    double roundTripMs = -1;       // TCP round-trip time, ms, mean over the interval: the sender's
+                                   // smoothed RTT when this computer sends, its receiver's estimate
+                                   // (tcp_info rcv_rtt, which runs high under a paced sender) otherwise
+    qint64 congestionWindow = -1;  // TCP: the sender's congestion window at the interval's end, bytes
+                                   // (one stream only; not on sums of several streams)
+    double udpJitterMs = -1;       // UDP: the receiver's jitter, ms; live when this computer receives,
+                                   // from the server's report at the end when it sends
+    qint64 udpLostDatagrams = -1;  // UDP: datagrams the receiver counted lost in the interval
+    qint64 udpTotalDatagrams = -1; // UDP: datagrams the receiver expected in the interval
 };
 
 // Records sit in several lists at once (a test's results, a table, the graph).

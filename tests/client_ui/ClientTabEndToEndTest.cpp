@@ -46,7 +46,7 @@ TEST(ClientTabEndToEnd, AReverseTestRunsTheToolFillsTableAndGraphAndAStopOrAClos
     };
     tab.findChild<QAbstractButton *>("serverToClientRadio")->click(), run(2);
     ASSERT_TRUE(TestEnvironment::waitUntil([&] { return !clients().isEmpty(); }, 5s));
-    EXPECT_EQ(clients(), QStringList{QStringLiteral("/usr/bin/iperf3 -c 127.0.0.1 -p%1 -R -t2 -i1 --forceflush --format k").arg(port)});
+    EXPECT_EQ(clients(), QStringList{QStringLiteral("/usr/bin/iperf3 -c 127.0.0.1 -p%1 -R -t2 -i1 --get-server-output --forceflush --format k").arg(port)});
     const PerfResultTableModel *rows = tab.testInfoView()->resultModel();
     ASSERT_TRUE(TestEnvironment::waitUntil([&] { return rows->rowCount() >= 1; }, 10s) && button->text() == "Stop Test"); // results while it runs
     ASSERT_TRUE(TestEnvironment::waitUntil([&] { return button->text() == "Run Test" && rows->rowCount() == tab.perfHelper()->resultss.size(); }, 15s));
