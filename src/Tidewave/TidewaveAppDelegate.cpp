@@ -140,6 +140,8 @@ void TidewaveAppDelegate::createDiscoveryList()
     if (m_discoveryWindow) {
         m_discoveryWindow->setModel(m_discoveryList.get());
         m_discoveryList->followSelection(m_discoveryWindow->tableView()->selectionModel());
+        connect(m_discoveryList.get(), &ServerDiscoveryList::availabilityChanged, m_discoveryWindow.get(),
+                &DiscoveryWindow::showUnavailable);
     }
 }
 

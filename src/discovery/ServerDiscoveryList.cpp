@@ -1,6 +1,7 @@
 #include "discovery/ServerDiscoveryList.h"
 
 #include "PerfHelper/TidewaveUtils.h"
+#include "discovery/AvahiConnection.h"
 #include "discovery/MachineName.h"
 #include "discovery/Server.h"
 #include "discovery/ServiceName.h"
@@ -11,6 +12,7 @@
 
 #include <QItemSelectionModel>
 #include <QMetaObject>
+#include <QTimer>
 
 ServerDiscoveryList::ServerDiscoveryList(QObject *parent)
     : QAbstractTableModel(parent)
@@ -32,6 +34,8 @@ ServerDiscoveryList::~ServerDiscoveryList()
 void ServerDiscoveryList::startBonjourServers(const PIFCInterfaceInfoList &interfaces)
 {
     stopBonjor();
+    m_interfaces = interfaces;
+    m_startWhenDaemonComes = false;
     const QString machineName = MachineName::current();
     const QString port = defaults().stringForKey(QStringLiteral("serverPort"));
     for (qsizetype i = 0; i < interfaces.size(); ++i) {
@@ -45,8 +49,10 @@ void ServerDiscoveryList::startBonjourServers(const PIFCInterfaceInfoList &inter
             server->setDelegate(this);
         }
         ServerError error;
-        if (!server->start(&error))
+        if (!server->start(&error)) {
             TW_LOG(QStringLiteral("error = %1").arg(error.toString()));
+            m_startWhenDaemonComes |= error.domain == Server::AvahiErrorDomain;
+        }
         // The name as published ("_" for ".", shortened when too long), so
         // our own services are recognised when the browser reports them.
         m_servicesName.append(server->iPerfIP());
@@ -54,6 +60,38 @@ void ServerDiscoveryList::startBonjourServers(const PIFCInterfaceInfoList &inter
     }
     TW_LOG(QStringLiteral("TidewaveDelegate: all published bonjour services names are (%1)")
                .arg(m_servicesName.join(QStringLiteral(", "))));
+    watchDaemon();
+}
+
+void ServerDiscoveryList::watchDaemon()
+{
+    if (!m_daemon) {
+        m_daemon = new AvahiConnection([] { return true; }, this);
+        connect(m_daemon, &AvahiConnection::running, this, [this] {
+            setUnavailable(QString());
+            // Queued: the daemon may report itself running from inside open().
+            if (std::exchange(m_startWhenDaemonComes, false))
+                QTimer::singleShot(0, this, [this] { startBonjourServers(m_interfaces); });
+        });
+        connect(m_daemon, &AvahiConnection::lost, this, &ServerDiscoveryList::daemonGone);
+    }
+    if (!m_daemon->client() && !m_daemon->open())
+        daemonGone();
+}
+
+void ServerDiscoveryList::daemonGone()
+{
+    setUnavailable(tr("Discovery is unavailable: avahi-daemon is not running. Servers on the network will be listed "
+                      "here once it runs."));
+    m_daemon->reconnectSoon();
+}
+
+void ServerDiscoveryList::setUnavailable(const QString &line)
+{
+    if (line == m_unavailable)
+        return;
+    m_unavailable = line;
+    emit availabilityChanged(line);
 }
 
 void ServerDiscoveryList::stopBonjor()

@@ -11,6 +11,7 @@
 #include <memory>
 #include <vector>
 
+class AvahiConnection;
 class QItemSelectionModel;
 class Server;
 class SettingsStore;
@@ -28,6 +29,10 @@ class SettingsStore;
 // Selecting a row posts "showupdate" with {"update": QVariant holding a
 // SettingsStore* (the process-wide store)}; read it with
 // `userInfo.value("update").value<SettingsStore *>()`.
+//
+// Whether discovery works at all (avahi-daemon runs) is told as a line for
+// people (unavailable()); services that could not start without the daemon
+// are started again by themselves when it comes.
 //
 // Peer names are untrusted network input: they are shown and stored as text,
 // never interpreted; the address stored is not validated here (the client
@@ -68,6 +73,8 @@ public:
     const QStringList &servicesName() const { return m_servicesName; }
     int selectedRow() const { return m_selectedRow; }
     SettingsStore &defaults() const;
+    // "" while avahi-daemon can be reached; otherwise a line saying so.
+    QString unavailable() const { return m_unavailable; }
 
     // The text of a cell, by row and column identifier.
     QString cellValue(int row, const QString &columnIdentifier) const;
@@ -84,8 +91,14 @@ public:
     void serverStopped(Server *server) override;
     void serverLostConnection(Server *server, const QVariantMap &userInfo) override;
 
+signals:
+    void availabilityChanged(const QString &unavailable);
+
 private:
     void reload();
+    void watchDaemon();
+    void daemonGone();
+    void setUnavailable(const QString &line);
     void releaseServers(bool now);
 
     Server *m_server = nullptr;                         // first service; the one that browses
@@ -95,4 +108,8 @@ private:
     QList<NetServicePtr> m_rows;                        // the peers as the table last loaded them
     int m_selectedRow = -1;
     bool m_reloadQueued = false;
+    AvahiConnection *m_daemon = nullptr;                // tells whether avahi-daemon is there
+    PIFCInterfaceInfoList m_interfaces;                 // as last published
+    bool m_startWhenDaemonComes = false;                // publishing failed for want of the daemon
+    QString m_unavailable;
 };

@@ -13,6 +13,7 @@ DiscoveryWindow::DiscoveryWindow(QWidget *parent)
     m_ui->tableView->horizontalHeader()->setSectionResizeMode(QHeaderView::Stretch);
     m_ui->tableView->verticalHeader()->hide();
     connect(m_ui->closeButton, &QPushButton::clicked, this, &QWidget::close);
+    showUnavailable(QString());
 }
 
 DiscoveryWindow::~DiscoveryWindow() = default;
@@ -28,6 +29,13 @@ void DiscoveryWindow::setModel(QAbstractItemModel *model)
 QTableView *DiscoveryWindow::tableView() const
 {
     return m_ui->tableView;
+}
+
+void DiscoveryWindow::showUnavailable(const QString &line)
+{
+    m_ui->unavailableLabel->setText(line);
+    m_ui->unavailableLabel->setVisible(!line.isEmpty());
+    m_ui->tableView->setVisible(line.isEmpty());
 }
 
 void DiscoveryWindow::reportSelection()

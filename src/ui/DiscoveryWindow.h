@@ -24,6 +24,9 @@ public:
 
     void setModel(QAbstractItemModel *model);
     QTableView *tableView() const;
+    // A line saying why no server can be found, shown instead of the list;
+    // "" shows the list again.
+    void showUnavailable(const QString &line);
 
 signals:
     // The selected row after every selection change; -1 when none is selected.

@@ -14,6 +14,7 @@
 
 #include <QAction>
 #include <QDir>
+#include <QLabel>
 #include <QSignalSpy>
 #include <QSysInfo>
 #include <QTableView>
@@ -101,6 +102,8 @@ TEST(App, StartsUpWiresItsWindowsServesOnceReachableAndSweepsItsToolsOnceOnQuit)
     const QStringList published = app->discoveryList()->servicesName();
     EXPECT_TRUE(published.size() == 1 && published.first().endsWith(u",%1,192_168_1_20,WiFi"_s.arg(app.port))) << published.join(u' ').toStdString();
     EXPECT_TRUE(app->serverTab()->server->port() == app.port && app.shell.isEmpty());
+    const QLabel *unavailable = app->discoveryWindow()->findChild<QLabel *>(u"unavailableLabel"_s); // no avahi-daemon here
+    EXPECT_TRUE(table->isHidden() && unavailable->text().startsWith(u"Discovery is unavailable: avahi-daemon is not running."_s));
 
     ASSERT_TRUE(app->window()->close());
     EXPECT_EQ(app.quits, 1);

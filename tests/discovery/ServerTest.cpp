@@ -305,6 +305,19 @@ TEST_F(ServerDiscoveryListTest, PublishesOneServicePerInterfaceAndListsOnlyPeers
     EXPECT_TRUE(m_list.startedServers().isEmpty() && m_list.servicesName().isEmpty() && m_list.services().isEmpty() && !m_list.server());
 }
 
+// Without the daemon the list says so in a line, and publishes by itself once the daemon is back.
+TEST_F(ServerDiscoveryListTest, SaysWhenDiscoveryIsUnavailableAndComesBackByItself)
+{
+    REQUIRE_AVAHI_SANDBOX();
+    sandbox->stopAvahi();
+    auto info = std::make_shared<PIFCInterfaceInfo>();
+    info->IPAdress = "10.0.0.1", info->displayName = "Ethernet";
+    m_list.startBonjourServers({info});
+    EXPECT_EQ(m_list.unavailable(), "Discovery is unavailable: avahi-daemon is not running. Servers on the network will be listed here once it runs.");
+    ASSERT_TRUE(sandbox->startAvahi());
+    ASSERT_TRUE(waitFor([&] { return m_list.unavailable().isEmpty() && m_list.server() && m_list.server()->localService(); }));
+}
+
 // This thread as a machine of another name: a UTS namespace with the host name and an /etc/machine-info of its own (an
 // overlay on /etc in a mount namespace of its own). Back home when it goes.
 class MachineIdentity
