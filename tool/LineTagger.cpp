@@ -341,6 +341,8 @@ std::optional<std::string> LineTagger::tagLine(std::string_view line, std::strin
 
 std::string LineTagger::serverBlockLine(std::string_view line)
 {
+    if (m_serverJson)
+        return serverJsonLine(line);
     if (isHeader(line)) {
         m_serverIntervalsFromSender = headerIntroducesSender(line);
         m_serverRetrColumn = line.find("Retr") != std::string_view::npos;
@@ -352,6 +354,61 @@ std::string LineTagger::serverBlockLine(std::string_view line)
     return healthLine(*r, true);
 }
 
+// A server run with -J sends its report as iperf3's JSON, one member a line:
+// each interval's "sum" (and a two-way test's "sum_bidir_reverse") object
+// gives a PEER_ line; the "end" object is past the intervals.
+std::string LineTagger::serverJsonLine(std::string_view line)
+{
+    const std::size_t first = line.find_first_not_of(" \t");
+    if (first == std::string_view::npos)
+        return {};
+    line.remove_prefix(first);
+    if (!m_json.inSum) {
+        if (line.starts_with("\"intervals\":"))
+            m_json.inIntervals = true;
+        else if (line.starts_with("\"end\":") && line.ends_with("{"))
+            m_json.inIntervals = false;
+        else if (m_json.inIntervals && (line.starts_with("\"sum\":") || line.starts_with("\"sum_bidir_reverse\":")) && line.ends_with("{"))
+            m_json.inSum = true, m_json.values.clear();
+        return {};
+    }
+    if (!line.starts_with('}')) {
+        // "key":<tab>value, with a comma but on the last member.
+        const std::size_t colon = line.find("\":");
+        if (line.starts_with('"') && colon != std::string_view::npos) {
+            std::string_view value = line.substr(colon + 2);
+            value.remove_prefix(std::min(value.size(), value.find_first_not_of(" \t")));
+            if (value.ends_with(','))
+                value.remove_suffix(1);
+            m_json.values[std::string(line.substr(1, colon - 1))] = std::string(value);
+        }
+        return {};
+    }
+    m_json.inSum = false;
+    const auto value = [this](const char *key) -> std::optional<double> {
+        const auto at = m_json.values.find(key);
+        return at == m_json.values.end() ? std::nullopt : number(at->second);
+    };
+    const auto start = value("start");
+    const auto end = value("end");
+    if (!start || !end)
+        return {};
+    // The server's data went down to this computer when it was the sender.
+    const bool up = m_json.values["sender"] != "true";
+    char interval[64];
+    std::snprintf(interval, sizeof interval, "%.2f-%.2f sec", *start, *end);
+    std::string out = std::string("PEER_") + (up ? "UP" : "DOWN") + std::string(kSeparator) + interval;
+    const std::size_t bare = out.size();
+    for (const auto &[key, name] : {std::pair{"retransmits", "retr"}, {"jitter_ms", "jitter"}, {"lost_packets", "lost"}, {"packets", "total"}}) {
+        if (const auto figure = value(key); figure && *figure < kLargestCount) {
+            char text[32];
+            std::snprintf(text, sizeof text, name == std::string_view("jitter") ? "%.3f" : "%.0f", *figure);
+            out += std::string(kSeparator) + name + "=" + text;
+        }
+    }
+    return out.size() == bare ? std::string() : out + "\n";
+}
+
 std::vector<std::string> LineTagger::writes(std::string_view line)
 {
     std::string_view text = line;
@@ -361,17 +418,19 @@ std::vector<std::string> LineTagger::writes(std::string_view line)
     const bool health = m_options.linkHealth && m_mode == Mode::Client;
     if (health) {
         if (m_inServerBlock) {
-            // The block ends with an empty line of its own.
-            if (text.empty())
+            // A text block ends with an empty line of its own, JSON with its last brace.
+            if (m_serverJson ? text == "}" : text.empty())
                 m_inServerBlock = false;
             else if (std::string peer = serverBlockLine(text); !peer.empty())
                 out.push_back(std::move(peer));
             return out;
         }
-        if (text == "Server output:") {
+        if (text == "Server output:" || text == "Server JSON output:") {
             // iperf3 opens the block with an empty line: both go.
             m_heldBlank.clear();
             m_inServerBlock = true;
+            m_serverJson = text != "Server output:";
+            m_json = {};
             return out;
         }
         if (!m_heldBlank.empty())

@@ -68,6 +68,7 @@ private:
     std::string taggedLine(const Report &r) const;
     std::string healthLine(const Report &r, bool peer) const;
     std::string serverBlockLine(std::string_view line);
+    std::string serverJsonLine(std::string_view line);
 
     Mode m_mode;
     Options m_options;
@@ -86,4 +87,11 @@ private:
     bool m_inServerBlock = false;
     bool m_serverIntervalsFromSender = false;
     bool m_serverRetrColumn = false;
+    bool m_serverJson = false; // the server sent its report as JSON
+    struct
+    {
+        bool inIntervals = false;
+        bool inSum = false;
+        std::map<std::string, std::string, std::less<>> values; // of the "sum" object being read
+    } m_json;
 };
