@@ -87,6 +87,7 @@ void TidewaveAppDelegate::loadInterface()
     clientTab->setServersWindow(m_discoveryWindow.get());
     m_clientTab = clientTab;
     m_window->mainView()->tabSet()->setClientTab(clientTab);
+    m_window->addFileActions(clientTab->fileActions());
 
     auto *serverTab = new ServerTabVIew(nullptr, m_environment.serverTab);
     m_serverTab = serverTab;

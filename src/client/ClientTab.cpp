@@ -4,6 +4,7 @@
 #include "client/AlertPresenter.h"
 #include "client/DelayScheduler.h"
 #include "client/OnlyNumbersNSNumberFormatter.h"
+#include "client/TestFileActions.h"
 #include "client/TestInformationView.h"
 #include "client/TestListController.h"
 #include "client/TestListModel.h"
@@ -558,6 +559,9 @@ void ClientTab::testFinished(const PerfResultPtr &result)
         testResultsArray().first()->isTestRunning = 0;
     if (result)
         stamp(result);
+    // Kept beside the test, so a saved or exported test has its final record.
+    if (result && !testResultsArray().isEmpty())
+        m_listModel->setFinalResult(testResultsArray().first().get(), result);
     refreshTabViewLater();
     HideSpinner();
 }
@@ -588,4 +592,9 @@ void ClientTab::tableViewSelectionDidChange()
 void ClientTab::removeTest(int row)
 {
     m_listController->removeTest(row);
+}
+
+QList<QAction *> ClientTab::fileActions() const
+{
+    return m_listController->fileActions()->actions();
 }

@@ -12,6 +12,7 @@
 
 #include <memory>
 
+class QAction;
 class QButtonGroup;
 class TestInformationView;
 class TestListController;
@@ -83,6 +84,8 @@ public:
     // The test list: its current selection, and a row's delete button.
     void tableViewSelectionDidChange();
     void removeTest(int row);
+    // Save, open and export for the window's File menu.
+    QList<QAction *> fileActions() const;
 
     // Coordinator callbacks.
     void reportIntervalResults(const PerfResultPtr &result) override;

@@ -4,6 +4,8 @@
 #include "shell/PlainText.h"
 
 #include <QChart>
+#include <QLegend>
+#include <QLineSeries>
 #include <QLinearGradient>
 #include <QValueAxis>
 
@@ -193,6 +195,36 @@ void SpeedGraph::appendNewData()
     for (qsizetype i = shown; i < n; ++i)
         m_points.append(QPointF(m_value(0, i), m_value(1, i)));
     m_plot->pointsAppended();
+}
+
+void SpeedGraph::setComparison(const QList<Series> &series)
+{
+    // Colours far apart, the detail plot's blue first.
+    static const QColor palette[] = {QColor(85, 157, 217), QColor(230, 120, 20), QColor(40, 160, 60),
+                                     QColor(200, 40, 40),  QColor(140, 90, 190), QColor(120, 80, 50),
+                                     QColor(220, 100, 180), QColor(90, 90, 90)};
+    for (QLineSeries *line : std::as_const(m_compared)) {
+        m_chart->removeSeries(line);
+        delete line;
+    }
+    m_compared.clear();
+    for (const Series &one : series) {
+        auto *line = new QLineSeries(m_chart);
+        // Legend entries are drawn as rich text; a label is shown as typed.
+        line->setName(displayTitle(one.label));
+        line->replace(one.points);
+        QPen pen(palette[m_compared.size() % std::size(palette)]);
+        pen.setWidthF(2);
+        line->setPen(pen);
+        m_chart->addSeries(line);
+        line->attachAxis(m_xAxis);
+        line->attachAxis(m_yAxis);
+        m_compared.append(line);
+    }
+    m_plot->setVisible(m_compared.isEmpty());
+    m_chart->legend()->setVisible(!m_compared.isEmpty());
+    m_chart->legend()->setAlignment(Qt::AlignBottom);
+    m_chart->legend()->setLabelColor(QColor(Qt::darkGray));
 }
 
 void SpeedGraph::setXRange(double location, double length)

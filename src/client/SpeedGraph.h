@@ -6,6 +6,7 @@
 #include <functional>
 
 class QChart;
+class QLineSeries;
 class QValueAxis;
 class SpeedPlotItem;
 
@@ -59,6 +60,17 @@ public:
     void setXMajorIntervalLength(qint64 length);
     qint64 xMajorIntervalLength() const { return m_xMajorInterval; }
 
+    // Compare mode: one line per test, named in the legend, in place of the
+    // plot; an empty list returns to the plot.
+    struct Series
+    {
+        QString label;         // the test's name, shown in the legend
+        QList<QPointF> points; // oldest first, from the origin
+    };
+    void setComparison(const QList<Series> &series);
+    bool isComparing() const { return !m_compared.isEmpty(); }
+    const QList<QLineSeries *> &comparedSeries() const { return m_compared; }
+
     // The plotted points, oldest first (point 0 is the origin).
     qsizetype pointCount() const;
     QPointF pointAt(qsizetype index) const;
@@ -76,6 +88,7 @@ private:
     QValueAxis *m_yAxis;
     SpeedPlotItem *m_plot;
     QList<QPointF> m_points;
+    QList<QLineSeries *> m_compared;
     CountSource m_count;
     ValueSource m_value;
     QString m_graphTitle;

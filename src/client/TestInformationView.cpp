@@ -2,6 +2,7 @@
 
 #include "client/PerfResultTableModel.h"
 #include "client/SpeedGraph.h"
+#include "client/TestListModel.h"
 #include "client/WiFiModeText.h"
 #include "records/NumberUtilites.h"
 #include "shell/SettingsStore.h"
@@ -11,6 +12,8 @@
 #include <QLabel>
 #include <QMenu>
 #include <QNetworkInterface>
+#include <QPlainTextEdit>
+#include <QSignalBlocker>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -52,9 +55,33 @@ TestInformationView::TestInformationView(QWidget *parent, SettingsStore *store)
     m_graph->setDataSource([this] { return numberOfRecordsForPlot(); },
                            [this](int field, qsizetype index) { return numberForPlot(field, index); });
     awakeFromNib();
+    addNoteEditor();
 }
 
 TestInformationView::~TestInformationView() = default;
+
+void TestInformationView::addNoteEditor()
+{
+    auto *caption = new QLabel(tr("Note:"), m_ui->settingsBox);
+    m_note = new QPlainTextEdit(m_ui->settingsBox);
+    m_note->setObjectName(QStringLiteral("testNote"));
+    m_note->setPlaceholderText(tr("Where, what changed, anything worth keeping"));
+    m_note->setTabChangesFocus(true);
+    m_note->setMaximumHeight(70);
+    m_note->setEnabled(false);
+    const int row = m_ui->settingsLayout->rowCount();
+    m_ui->settingsLayout->addWidget(caption, row, 0, Qt::AlignTop);
+    m_ui->settingsLayout->addWidget(m_note, row, 1);
+    connect(m_note, &QPlainTextEdit::textChanged, this, [this] {
+        if (m_list && m_perfHelper)
+            m_list->setNote(m_perfHelper.get(), m_note->toPlainText());
+    });
+}
+
+void TestInformationView::setTestList(TestListModel *list)
+{
+    m_list = list;
+}
 
 const QStringList &TestInformationView::initiallyHiddenColumns()
 {
@@ -110,6 +137,9 @@ void TestInformationView::setPerfHelper(PerfHelperPtr perfHelper)
         return;
     m_perfHelper = std::move(perfHelper);
     m_model->setResults(m_perfHelper ? &m_perfHelper->resultss : nullptr);
+    const QSignalBlocker quiet(m_note);
+    m_note->setPlainText(m_list && m_perfHelper ? m_list->extras(m_perfHelper.get()).note : QString());
+    m_note->setEnabled(m_list && m_perfHelper);
 }
 
 void TestInformationView::updateView()
@@ -139,7 +169,8 @@ void TestInformationView::clearView()
         label->clear();
     setPerfHelper(nullptr);
     m_model->reloadData();
-    m_graph->setGraphTitle(QString());
+    if (m_compared.isEmpty())
+        m_graph->setGraphTitle(QString());
     reloadGraphData();
 }
 
@@ -160,8 +191,75 @@ void TestInformationView::loadGraph()
     m_store->synchronize();
 }
 
+void TestInformationView::setComparedTests(const QList<PerfHelperPtr> &tests)
+{
+    QStringList labels;
+    for (const PerfHelperPtr &test : tests)
+        labels << test->testLabel;
+    const QList<PerfHelperPtr> compared = tests.size() >= 2 ? tests : QList<PerfHelperPtr>();
+    if (compared == m_compared && (compared.isEmpty() || labels == m_comparedLabels))
+        return;
+    const bool wasComparing = !m_compared.isEmpty();
+    m_compared = compared;
+    m_comparedLabels = compared.isEmpty() ? QStringList() : labels;
+    if (!m_compared.isEmpty()) {
+        showComparison();
+        return;
+    }
+    m_graph->setComparison({});
+    if (wasComparing) {
+        if (m_perfHelper) {
+            resetGraph();
+            updateGraphAxis();
+        } else {
+            m_graph->setGraphTitle(QString());
+        }
+    }
+}
+
+void TestInformationView::showComparison()
+{
+    // One unit for all: Kbps only when every test shows Kbps. Rates are bits
+    // per second in every record, whatever unit it is shown in.
+    const bool kilo = std::all_of(m_compared.cbegin(), m_compared.cend(),
+                                  [](const PerfHelperPtr &test) { return test->bandwidthformat == 1; });
+    QList<SpeedGraph::Series> series;
+    float fastest = 0;
+    qint64 longest = 0;
+    qint64 yLength = 10;
+    for (const PerfHelperPtr &test : std::as_const(m_compared)) {
+        SpeedGraph::Series line{test->testLabel, {QPointF(0, 0)}};
+        for (qsizetype i = test->resultss.size() - 1; i >= 0; --i) {
+            const PerfResult &record = *test->resultss.at(i);
+            fastest = std::max(fastest, record.sentBandwidth);
+            const double y = kilo ? NumberUtilites::kbpsFormatWithoutString(NumberUtilites::longLongValue(record.sentBandwidth)).toDouble()
+                                  : NumberUtilites::mbpsFormat(record.sentBandwidth).toDouble();
+            line.points.append(QPointF(double(SettingsStore::leadingInteger(record.endTime)), y));
+        }
+        series.append(line);
+        longest = std::max(longest, test->duration);
+        yLength = std::max(yLength, test->graphMaxSpeed > 0 ? test->graphMaxSpeed : 10);
+    }
+    // The graph maximum's rule, applied to the fastest interval of all.
+    const QString text = kilo ? NumberUtilites::kbpsFormat(fastest) : NumberUtilites::bitFormat(fastest);
+    yLength = std::max({yLength, SettingsStore::leadingInteger(text) + 5,
+                        m_store->integerForKey(QStringLiteral("graphMaxSpeed"))});
+    m_graph->setComparison(series);
+    m_graph->setXRange(0, double(longest + 1));
+    m_graph->setYRange(0, double(yLength));
+    m_graph->setXAxisTitle(QStringLiteral("Test Duration (%1)").arg(longest));
+    m_graph->setYAxisTitle(QStringLiteral("Speed (%1)").arg(kilo ? QStringLiteral("Kbps") : QStringLiteral("Mbps")));
+    m_graph->setGraphTitle(tr("%n tests compared", nullptr, int(m_compared.size())));
+}
+
 void TestInformationView::resetGraph()
 {
+    // A comparison keeps the graph until it ends.
+    if (!m_compared.isEmpty()) {
+        m_plotted.clear();
+        reloadGraphData();
+        return;
+    }
     if (const PerfHelper *test = m_perfHelper.get()) {
         m_graph->setXRange(0, double(test->duration + 1));
         m_graph->setYRange(0, test->graphMaxSpeed > 0 ? double(test->graphMaxSpeed) : 10.0);
@@ -196,7 +294,7 @@ float TestInformationView::maximumSentBandwidth()
 
 void TestInformationView::updateGraphAxis()
 {
-    if (!m_perfHelper)
+    if (!m_perfHelper || !m_compared.isEmpty())
         return;
     const float fastest = maximumSentBandwidth();
     const QString text = m_perfHelper->bandwidthformat == 1 ? NumberUtilites::kbpsFormat(fastest)

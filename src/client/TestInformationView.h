@@ -13,7 +13,9 @@
 class PerfResultTableModel;
 class QAction;
 class QMenu;
+class QPlainTextEdit;
 class QTableView;
+class TestListModel;
 class SettingsStore;
 class SpeedGraph;
 
@@ -36,6 +38,17 @@ public:
     void setPerfHelper(PerfHelperPtr perfHelper);
     const PerfHelperPtr &perfHelper() const { return m_perfHelper; }
 
+    // The list that keeps each test's note (not owned); the note editor
+    // shows and edits the shown test's note there.
+    void setTestList(TestListModel *list);
+    QPlainTextEdit *noteEditor() const { return m_note; }
+
+    // Two or more tests overlay in the graph, one line each with its label in
+    // the legend, over one y range for the fastest of them and the x range of
+    // the longest; fewer return the graph to the shown test.
+    void setComparedTests(const QList<PerfHelperPtr> &tests);
+    const QList<PerfHelperPtr> &comparedTests() const { return m_compared; }
+
     // Labels from the shown test, then graph axes, table and graph.
     void updateView();
     // Empties the labels (all but the graph maximum), forgets the test and
@@ -51,6 +64,7 @@ public:
     // Field 0 x, field 1 y, of the point at the index (oldest interval first).
     double numberForPlot(int field, qsizetype index) const;
     SpeedGraph *graph() const { return m_graph; }
+    SettingsStore &settingsStore() const { return *m_store; }
 
     // Interval table and its column chooser.
     QTableView *perfResultView() const;
@@ -76,6 +90,8 @@ public:
 
 private:
     void awakeFromNib();
+    void addNoteEditor();
+    void showComparison();
     void reloadGraphData();
     // Largest sentBandwidth of the shown test's records; kept up to date
     // incrementally while the list only grows at its front.
@@ -88,6 +104,10 @@ private:
     SpeedGraph *m_graph;
     QMenu *m_columnMenu;
     QString m_ipAddress;
+    QPlainTextEdit *m_note = nullptr;
+    TestListModel *m_list = nullptr;
+    QList<PerfHelperPtr> m_compared;
+    QStringList m_comparedLabels; // the labels the legend shows
 
     // What the plot and the maximum were last computed from.
     ResultListWatermark m_plotted;

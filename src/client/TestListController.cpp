@@ -3,6 +3,7 @@
 #include "client/AlertPresenter.h"
 #include "client/TestCheckBoxDelegate.h"
 #include "client/TestDeleteButtonDelegate.h"
+#include "client/TestFileActions.h"
 #include "client/TestInformationView.h"
 #include "client/TestLabelDelegate.h"
 #include "client/TestListModel.h"
@@ -18,11 +19,31 @@ TestListController::TestListController(TestListModel &model, TestInformationView
     , m_detailView(detailView)
     , m_alerts(alerts)
     , m_alertParent(alertParent)
+    , m_files(new TestFileActions(model, detailView, alerts, detailView.settingsStore(), alertParent, this))
 {
+    m_detailView.setTestList(&m_model);
+    connect(&m_model, &QAbstractItemModel::dataChanged, this, &TestListController::updateComparison);
+    connect(&m_model, &QAbstractItemModel::rowsInserted, this, &TestListController::updateComparison);
+    connect(&m_model, &QAbstractItemModel::rowsRemoved, this, &TestListController::updateComparison);
+    connect(m_files, &TestFileActions::testsOpened, this, [this] { selectRow(0); });
+}
+
+void TestListController::updateComparison()
+{
+    m_detailView.setComparedTests(m_model.tickedTests());
+}
+
+void TestListController::selectRow(int row)
+{
+    if (m_table)
+        m_table->selectRow(row);
+    else
+        tableViewSelectionDidChange(row);
 }
 
 void TestListController::attach(QTableView *table)
 {
+    m_table = table;
     table->setModel(&m_model);
     table->setSelectionBehavior(QAbstractItemView::SelectRows);
     table->setSelectionMode(QAbstractItemView::SingleSelection);

@@ -6,11 +6,14 @@
 class AlertPresenter;
 class QTableView;
 class QWidget;
+class TestFileActions;
 class TestInformationView;
 class TestListModel;
 
 // What the test list does on the user's selection and delete clicks: show
-// the selected test in the detail view, and delete a test after asking.
+// the selected test in the detail view, and delete a test after asking. It
+// also has the graph compare the ticked tests, and holds the list's file
+// actions.
 class TestListController : public QObject
 {
     Q_OBJECT
@@ -31,9 +34,17 @@ public:
     // The delete button of a row was clicked.
     void removeTest(int clickedRow);
 
+    TestFileActions *fileActions() const { return m_files; }
+
 private:
+    // Two or more ticked tests are compared in the graph; fewer end it.
+    void updateComparison();
+    void selectRow(int row);
+
     TestListModel &m_model;
     TestInformationView &m_detailView;
     AlertPresenter &m_alerts;
     QPointer<QWidget> m_alertParent;
+    QPointer<QTableView> m_table;
+    TestFileActions *m_files;
 };

@@ -17,11 +17,44 @@ TestListModel::TestListModel(AlertPresenter &alerts, QObject *parent)
 {
 }
 
-void TestListModel::insertTestAtFront(PerfHelperPtr test)
+void TestListModel::insertTestAtFront(PerfHelperPtr test, TestExtras extras)
 {
+    if (!extras.startDate.isValid())
+        extras.startDate = QDateTime::currentDateTime();
     beginInsertRows(QModelIndex(), 0, 0);
+    m_extras.insert(test.get(), std::move(extras));
     m_tests.prepend(std::move(test));
     endInsertRows();
+}
+
+void TestListModel::setFinalResult(const PerfHelper *test, PerfResultPtr result)
+{
+    if (m_extras.contains(test))
+        m_extras[test].finalResult = std::move(result);
+}
+
+void TestListModel::setNote(const PerfHelper *test, const QString &note)
+{
+    if (m_extras.contains(test))
+        m_extras[test].note = note;
+}
+
+QList<PerfHelperPtr> TestListModel::tickedTests() const
+{
+    QList<PerfHelperPtr> ticked;
+    for (const PerfHelperPtr &test : m_tests) {
+        if (test->isSelected && !test->isTestRunning)
+            ticked.append(test);
+    }
+    return ticked;
+}
+
+QList<SavedTest> TestListModel::savedTests(const QList<PerfHelperPtr> &tests) const
+{
+    QList<SavedTest> saved;
+    for (const PerfHelperPtr &test : tests)
+        saved.append({test, m_extras.value(test.get())});
+    return saved;
 }
 
 void TestListModel::removeTestAt(int row)
@@ -29,6 +62,7 @@ void TestListModel::removeTestAt(int row)
     if (row < 0 || row >= m_tests.size())
         return;
     beginRemoveRows(QModelIndex(), row, row);
+    m_extras.remove(m_tests.at(row).get());
     m_tests.removeAt(row);
     endRemoveRows();
 }
@@ -68,8 +102,10 @@ QVariant TestListModel::data(const QModelIndex &index, int role) const
     case ObjectValueRole:
         return objectValue(test, identifier);
     case Qt::CheckStateRole:
+        // The box shows a running test as ticked, and a finished one as the
+        // user left it, so tests to compare can be ticked and unticked.
         if (identifier == QLatin1String("checkbox"))
-            return test.isTestRunning ? Qt::Checked : Qt::Unchecked;
+            return test.isTestRunning || test.isSelected ? Qt::Checked : Qt::Unchecked;
         return QVariant();
     case Qt::DisplayRole:
     case Qt::EditRole:

@@ -1,8 +1,10 @@
 #pragma once
 
 #include "PerfHelper/PerfHelper.h"
+#include "records/ResultsFile.h"
 
 #include <QAbstractTableModel>
+#include <QHash>
 #include <QList>
 #include <QPointer>
 #include <QStringList>
@@ -13,9 +15,11 @@ class AlertPresenter;
 
 // The client tab's list of tests, newest first: one row per coordinator, the
 // row number being its index in the list. Columns "checkbox" (checked while
-// the test runs; a click sets the test's isSelected), "testLabel" (the
-// test's name, editable once the test is over) and "testStatus" (the delete
-// button). Edits of a running test are refused with an alert.
+// the test runs or is ticked; a click ticks or unticks it, its isSelected),
+// "testLabel" (the test's name, editable once the test is over) and
+// "testStatus" (the delete button). Edits of a running test are refused with
+// an alert. Beside each coordinator the list keeps the test's final record,
+// start date and note.
 class TestListModel : public QAbstractTableModel
 {
     Q_OBJECT
@@ -35,8 +39,17 @@ public:
     // testResultsArray.
     const QList<PerfHelperPtr> &tests() const { return m_tests; }
     PerfHelperPtr testAt(int row) const { return m_tests.value(row); }
-    void insertTestAtFront(PerfHelperPtr test);
+    // A new test starts now, unless the extras say when it started.
+    void insertTestAtFront(PerfHelperPtr test, TestExtras extras = {});
     void removeTestAt(int row);
+    // What the list keeps beside a test of the list (empty for another).
+    TestExtras extras(const PerfHelper *test) const { return m_extras.value(test); }
+    void setFinalResult(const PerfHelper *test, PerfResultPtr result);
+    void setNote(const PerfHelper *test, const QString &note);
+    // The ticked tests that are not running, in list order.
+    QList<PerfHelperPtr> tickedTests() const;
+    // These tests with their extras.
+    QList<SavedTest> savedTests(const QList<PerfHelperPtr> &tests) const;
     // Re-reads every cell.
     void reloadData();
 
@@ -58,4 +71,5 @@ private:
     AlertPresenter &m_alerts;
     QPointer<QWidget> m_alertParent;
     QList<PerfHelperPtr> m_tests;
+    QHash<const PerfHelper *, TestExtras> m_extras;
 };

@@ -25,6 +25,12 @@ TidewaveMainView *TidewaveMainWindow::mainView() const
     return m_ui->mainView;
 }
 
+void TidewaveMainWindow::addFileActions(const QList<QAction *> &actions)
+{
+    m_ui->menuFile->insertActions(m_ui->actionQuit, actions);
+    m_ui->menuFile->insertSeparator(m_ui->actionQuit);
+}
+
 void TidewaveMainWindow::closeEvent(QCloseEvent *event)
 {
     QMainWindow::closeEvent(event);

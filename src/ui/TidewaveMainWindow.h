@@ -21,6 +21,8 @@ public:
     ~TidewaveMainWindow() override;
 
     TidewaveMainView *mainView() const;
+    // Puts a workspace's file actions at the top of the File menu, above Quit.
+    void addFileActions(const QList<QAction *> &actions);
 
 signals:
     void closed();

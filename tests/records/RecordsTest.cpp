@@ -1,5 +1,13 @@
 #include "records/DateUtilites.h"
 #include "records/NumberUtilites.h"
+#include "records/ResultsFile.h"
+#include "shell/SettingsStore.h"
+
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -7,6 +15,9 @@
 #include <ctime>
 #include <functional>
 #include <optional>
+
+#include <sys/mount.h>
+#include <sched.h>
 
 using namespace Qt::StringLiterals;
 
@@ -116,6 +127,144 @@ TEST(Records, CalendarArithmeticAndStoredTextsFollowTheLocalCalendar)
         const std::optional<QDateTime> parsed = row.parse(QString::fromLatin1(row.text));
         EXPECT_EQ(parsed ? parsed->toMSecsSinceEpoch() : -1, row.utc) << row.text;
     }
+}
+
+// Every field of a record or settings record set to a value of its own, varied by n; the edge values
+// (nil and "" strings, NaN, infinities, 64-bit extremes, an invalid date) come round in turn.
+template <typename Record>
+void fill(Record &record, std::span<const RecordField<Record>> fields, int n)
+{
+    for (size_t i = 0; i < fields.size(); ++i) {
+        const int v = n * 37 + int(i), pick = v % 5;
+        std::visit([&](auto member) {
+            auto &value = record.*member;
+            using T = std::decay_t<decltype(value)>;
+            if constexpr (std::is_same_v<T, QString>)
+                value = pick == 0 ? QString() : pick == 1 ? u""_s : QStringLiteral("v%1 \"é,\n\t%2").arg(v).arg(QChar(0x1F30A));
+            else if constexpr (std::is_same_v<T, float> || std::is_same_v<T, double>)
+                value = pick == 0 ? std::nan("") : pick == 1 ? -INFINITY : T(v) / T(3);
+            else if constexpr (std::is_same_v<T, QDateTime>)
+                value = pick == 0 ? QDateTime() : QDateTime::fromMSecsSinceEpoch(1'700'000'000'123LL + v, Qt::UTC);
+            else if constexpr (std::is_same_v<T, QVariant>)
+                value = pick == 0 ? QVariant() : QVariant(v * 1.5);
+            else if constexpr (std::is_same_v<T, bool>)
+                value = v % 2;
+            else
+                value = pick == 0 ? std::numeric_limits<T>::min() : pick == 1 ? std::numeric_limits<T>::max() : T(-v);
+        }, fields[i].member);
+    }
+}
+
+// The fields whose values differ, by name.
+template <typename Record>
+QStringList differences(const Record &a, const Record &b, std::span<const RecordField<Record>> fields)
+{
+    QStringList names;
+    for (const RecordField<Record> &field : fields)
+        names << (RecordFields::equal(a, b, field.member) ? QString() : QString(field.name));
+    names.removeAll(QString());
+    return names;
+}
+
+struct ResultsFileTest : ::testing::Test
+{
+    QTemporaryDir dir;
+    SettingsStore store{dir.filePath(u"settings.ini"_s)};
+    // Tests of 0, 1 and 40 intervals; the first has no final record, the others constant and varying columns.
+    QList<SavedTest> tests()
+    {
+        QList<SavedTest> list;
+        for (int t = 0; t < 3; ++t) {
+            SavedTest saved{std::make_shared<PerfHelper>(store), {}};
+            fill<PerfHelper>(*saved.test, ResultsFile::settingsFields(), t), saved.test->isTestRunning = 0; // what an opened test reads
+            for (int r = 0; r < (t == 2 ? 40 : t); ++r) {
+                saved.test->resultss.prepend(std::make_shared<PerfResult>());
+                fill<PerfResult>(*saved.test->resultss.first(), ResultsFile::resultFields(), r % 7 == 0 ? 0 : r);
+            }
+            if (t)
+                saved.extras.finalResult = std::make_shared<PerfResult>(), fill<PerfResult>(*saved.extras.finalResult, ResultsFile::resultFields(), t + 100);
+            saved.extras.startDate = t ? QDateTime::fromMSecsSinceEpoch(1'763'884'800'042LL + t, Qt::UTC) : QDateTime();
+            saved.extras.note = t == 1 ? u"2.4 GHz, kitchen,\r\n\"door\" shut"_s : QString();
+            list << saved;
+        }
+        return list;
+    }
+};
+
+TEST_F(ResultsFileTest, EveryFieldOfEveryRecordComesBackAsSavedAndTheFileSaysWhatWroteIt)
+{
+    const QList<SavedTest> saved = tests();
+    const QString path = dir.filePath(u"a.tidewave.json"_s);
+    ASSERT_EQ(ResultsFile::write(path, saved, u"Tidewave 1.0 (build 1)"_s), QString());
+    const ResultsFile::ReadResult read = ResultsFile::read(path, store);
+    ASSERT_EQ(read.error, QString());
+    ASSERT_EQ(read.tests.size(), saved.size());
+    for (qsizetype t = 0; t < saved.size(); ++t) {
+        const SavedTest &a = saved.at(t), &b = read.tests.at(t);
+        QStringList wrong = differences<PerfHelper>(*a.test, *b.test, ResultsFile::settingsFields());
+        for (qsizetype r = 0; r < a.test->resultss.size() && r < b.test->resultss.size(); ++r)
+            wrong << differences<PerfResult>(*a.test->resultss.at(r), *b.test->resultss.at(r), ResultsFile::resultFields());
+        if (a.extras.finalResult && b.extras.finalResult)
+            wrong << differences<PerfResult>(*a.extras.finalResult, *b.extras.finalResult, ResultsFile::resultFields());
+        EXPECT_EQ(wrong, QStringList()) << "test " << t;
+        EXPECT_TRUE(a.test->resultss.size() == b.test->resultss.size() && !a.extras.finalResult == !b.extras.finalResult);
+        EXPECT_TRUE(a.extras.startDate == b.extras.startDate && a.extras.note == b.extras.note && a.extras.note.isNull() == (t != 1));
+    }
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::ReadOnly));
+    const QJsonObject root = QJsonDocument::fromJson(file.readAll()).object();
+    EXPECT_EQ(QStringList({root["format"_L1].toString(), QString::number(root["version"_L1].toInt()), root["application"_L1].toString()}),
+              QStringList({u"Tidewave results"_s, u"1"_s, u"Tidewave 1.0 (build 1)"_s}));
+    EXPECT_EQ(ResultsFile::serialize(read.tests, u"Tidewave 1.0 (build 1)"_s).toStdString(), (file.seek(0), file.readAll()).toStdString());
+}
+
+TEST_F(ResultsFileTest, ABadFileOpensNothingAndSaysWhichFileAndWhatIsWrongInOneSentence)
+{
+    const QByteArray good = ResultsFile::serialize(tests(), u"Tidewave 1.0 (build 1)"_s);
+    // Each edit changes the first place the text appears: in the first test, unless only a later one has it.
+    const auto edited = [&](const char *from, const char *to) { return QByteArray(good).replace(good.indexOf(from), qsizetype(strlen(from)), to); };
+    const struct { const char *name; QByteArray bytes; const char *says; } rows[] = {
+        {"newer version", edited("\"version\":1", "\"version\":2"), "it was written by a newer Tidewave (format version 2; this version reads up to 1)"},
+        {"version as text", edited("\"version\":1", "\"version\":\"1\""), "its format version is missing or not valid"},
+        {"another program's JSON", R"({"name":"tidewave","version":"1.0.0"})", "it is not a Tidewave results file"},
+        {"an array", "[1,2]", "it is not a Tidewave results file"},
+        {"Latin-1 text", edited("kitchen", "k\xe9tchen"), "it is not UTF-8 text"},
+        {"a port as text", edited("\"serverPort\":", "\"serverPort\":\"5201\",\"x\":"), "test 1 has a wrong value for \"serverPort\""},
+        {"a fraction for an integer", edited("\"duration\":", "\"duration\":0.5,\"x\":"), "test 1 has a wrong value for \"duration\""},
+        {"a rate as text", edited("\"sentBandwidth\":", "\"sentBandwidth\":\"fast\",\"x\":"), "test 1's intervals has a wrong value for \"sentBandwidth\""},
+        {"a float beyond floats", edited("\"sentBytes\":", "\"sentBytes\":1e300,\"x\":"), "test 1's intervals has a wrong value for \"sentBytes\""},
+        {"a column of another length", edited("\"intervalCount\":0", "\"intervalCount\":1"), "test 1's intervals holds 0 values of \"ip\" for 1 intervals"},
+        {"more intervals than bytes", edited("\"intervalCount\":0", "\"intervalCount\":99999999"), "test 1 has a wrong interval count"},
+        {"a date that is none", edited("\"startDate\":null", "\"startDate\":\"yesterday\""), "test 1 has a wrong start date"},
+        {"a final record as a list", edited("\"final\":null", "\"final\":[]"), "test 1 has a wrong final record"},
+        {"a flag in a final record", edited("\"final\":{\"OSXVersion\":", "\"final\":{\"OSXVersion\":true,\"x\":"), "test 2's final record has a wrong value for \"OSXVersion\""},
+    };
+    for (const auto &row : rows) {
+        const ResultsFile::ReadResult read = ResultsFile::parse(row.bytes, u"/x/y/a.tidewave.json"_s, store);
+        EXPECT_TRUE(read.tests.isEmpty()) << row.name;
+        EXPECT_EQ(read.error.toStdString(), "Could not open \"a.tidewave.json\": " + std::string(row.says) + ".") << row.name;
+    }
+    for (qsizetype cut = 0; cut < good.size(); cut += 97) {
+        const ResultsFile::ReadResult read = ResultsFile::parse(good.left(cut), u"a.tidewave.json"_s, store);
+        ASSERT_TRUE(read.tests.isEmpty() && read.error.startsWith("Could not open \"a.tidewave.json\": it is cut short or damaged (")) << cut << " " << read.error.toStdString();
+    }
+    EXPECT_TRUE(ResultsFile::read(dir.filePath(u"none.tidewave.json"_s), store).error.endsWith(": it cannot be read (No such file or directory)."));
+}
+
+TEST_F(ResultsFileTest, ASaveThatCannotCompleteLeavesTheEarlierFileAsItWas)
+{
+    // A file system of 64 KiB in a mount namespace of this test's own, too small for a second copy.
+    ASSERT_TRUE(::unshare(CLONE_NEWNS) == 0 && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0);
+    ASSERT_EQ(::mount("tw", dir.path().toUtf8(), "tmpfs", 0, "size=64k"), 0);
+    const QString path = dir.filePath(u"kept.tidewave.json"_s);
+    QList<SavedTest> one = tests().mid(1, 1), many = tests();
+    ASSERT_EQ(ResultsFile::write(path, one, u"T"_s), QString());
+    for (int r = 0; r < 2000; ++r)
+        many.last().test->resultss.prepend(std::make_shared<PerfResult>()), many.last().test->resultss.first()->sentBytes = float(r);
+    EXPECT_EQ(ResultsFile::write(path, many, u"T"_s).toStdString(), "Could not save \"kept.tidewave.json\": No space left on device.");
+    EXPECT_EQ(ResultsFile::read(path, store).tests.size(), 1);
+    EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files).join(u' ').toStdString(), "kept.tidewave.json");
+    ::umount2(dir.path().toUtf8(), MNT_DETACH);
 }
 
 } // namespace
