@@ -199,6 +199,8 @@ QString TestFileActions::exportGraph(const QString &path)
             generator.setOutputDevice(&buffer);
             generator.setSize(size);
             generator.setViewBox(QRect(QPoint(0, 0), size));
+            // CSS pixels, as browsers and drawing programs read the size.
+            generator.setResolution(96);
             generator.setTitle(graph->graphTitle());
             QPainter painter(&generator);
             graph->render(&painter);

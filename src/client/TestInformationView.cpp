@@ -63,6 +63,7 @@ TestInformationView::~TestInformationView() = default;
 void TestInformationView::addNoteEditor()
 {
     auto *caption = new QLabel(tr("Note:"), m_ui->settingsBox);
+    caption->setTextFormat(Qt::PlainText);
     m_note = new QPlainTextEdit(m_ui->settingsBox);
     m_note->setObjectName(QStringLiteral("testNote"));
     m_note->setPlaceholderText(tr("Where, what changed, anything worth keeping"));

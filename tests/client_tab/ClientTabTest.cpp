@@ -9,6 +9,7 @@
 #include "client/PerfResultTableModel.h"
 #include "client/SpeedGraph.h"
 #include "client/SpeedPlotItem.h"
+#include "client/TestFileActions.h"
 #include "client/TestInformationView.h"
 #include "client/TestDeleteButtonDelegate.h"
 #include "client/TestListController.h"
@@ -20,13 +21,20 @@
 #include <QChart>
 #include <QComboBox>
 #include <QHeaderView>
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
 #include <QLabel>
 #include <QLegend>
 #include <QLineEdit>
+#include <QLineSeries>
+#include <QPlainTextEdit>
+#include <QProcess>
 #include <QMenu>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTableView>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QTextDocument>
 #include <QValueAxis>
@@ -224,7 +232,11 @@ TEST_F(ClientTabTest, ARunShowsItsSettingsStampsWiFiResultsAndFillsListTableAndG
     const PerfResultTableModel *table = detail->resultModel(); // follows through the event loop, newest row first
     ASSERT_TRUE(TestEnvironment::waitUntil([&] { return table->rowCount() == 3; }, 5s));
     EXPECT_EQ(table->index(2, 9).data().toString() + table->index(2, 3).data().toString() + table->index(0, 3).data().toString() + QString::number(graph->pointCount()), "47Harbour4");
+    QSignalSpy ended(tab.get(), &ClientTab::testEnded);
+    tab->testFinished(PerfResultPtr()); // a finish without a record is no end
+    const QString during = state();
     tab->testFinished(final);
+    EXPECT_EQ(during + (ended.size() == 1 ? ended.first().at(0).toString() + "|" + ended.first().at(1).toString() : QString::number(ended.size())), "Stop Test001TCP Test|93456.79 Kbps");
     EXPECT_TRUE(final->ssidField == "" && !final->ssidField.isNull() && list->index(0, 0).data(Qt::CheckStateRole) == Qt::Unchecked);
     EXPECT_EQ(spoken, QStringList(3, "espeak-ng 93.46 Mbps") << "espeak-ng 93456.79 Kbps");
     EXPECT_EQ(state() + QString::number(tab->perfHelper()->resultss.size()), "Run Test1103"); // the final record is no interval
@@ -463,6 +475,84 @@ TEST_F(TestList, DeletingAsksAndClicksKeysAndEditsReachTheListThroughItsColumns)
     ASSERT_TRUE(editor && editor->text() == "oldest" && editor->alignment() == Qt::AlignCenter);
     editor->setText("Kitchen"), QTest::keyClick(editor, Qt::Key_Return);
     EXPECT_TRUE(TestEnvironment::waitUntil([&] { return model.testAt(2)->testLabel == "Kitchen"; }, 5s));
+}
+
+TEST_F(TestList, TickedTestsShareTheGraphAndTheShownTestIsExportedAsItsTableShowsIt)
+{
+    // Rows: 0 newest (kilo units, 30 s), 1 middle (20 s), 2 oldest (10 s, graph maximum 50).
+    model.testAt(0)->resultss = {record("1.00", "2.00", 1, 2000000.0f, 1), record("0.00", "1.00", 1, 1000000.0f, 1)}, model.testAt(0)->bandwidthformat = 1, model.testAt(0)->duration = 30;
+    model.testAt(1)->resultss = {record("1.00", "2.00", 5e7f, 93456789.0f), record("0.00", "1.00", 5e7f, 12345678.0f)}, model.testAt(1)->duration = 20;
+    model.testAt(2)->resultss = {record("0.00", "1.00", 1, 40e6f)}, model.testAt(2)->graphMaxSpeed = 50;
+    detail.setPerfHelper(model.testAt(2)), detail.resetGraph(), detail.updateView();
+    SpeedGraph &graph = *detail.graph();
+    const QString single = graph.graphTitle();
+    const auto tick = [&](int row, bool on) { model.setData(model.index(row, 0), on ? Qt::Checked : Qt::Unchecked, Qt::CheckStateRole); };
+    const auto shown = [&] { // series: name and points; then x and y range ends, titles
+        QStringList out;
+        for (QLineSeries *line : graph.comparedSeries()) {
+            out << line->name().section('>', 1).section('<', 0, 0) + ":";
+            for (const QPointF &p : line->points())
+                out.last() += QStringLiteral(" %1,%2").arg(p.x()).arg(p.y());
+        }
+        return out.join(" | ") + QStringLiteral(" / x %1 y %2 / %3 / %4 / %5 / legend %6").arg(graph.xRangeLength()).arg(graph.yRangeLength())
+            .arg(graph.graphTitle(), graph.xAxisTitle(), graph.yAxisTitle()).arg(graph.chart()->legend()->isVisible());
+    };
+    tick(2, true);
+    EXPECT_TRUE(!graph.isComparing() && graph.graphTitle() == single && model.index(2, 0).data(Qt::CheckStateRole) == Qt::Checked);
+    tick(1, true); // the fastest interval, 93.46 Mbps, sets y to 98 over the oldest's 50
+    EXPECT_EQ(shown(), "middle: 0,0 1,12.35 2,93.46 | oldest: 0,0 1,40 / x 21 y 98 / 2 tests compared / Test Duration (20) / Speed (Mbps) / legend 1");
+    tick(0, true), model.testAt(1)->testLabel = "Mid & <b>", model.reloadData(); // kilo and mega together are shown in Mbps; a rename reaches the legend
+    EXPECT_EQ(shown(), "newest: 0,0 1,1 2,2 | Mid &amp; &lt;b&gt;: 0,0 1,12.35 2,93.46 | oldest: 0,0 1,40 / x 31 y 98 / 3 tests compared / Test Duration (30) / Speed (Mbps) / legend 1");
+    tick(1, false), tick(2, false); // one left ticked: back to the shown test
+    EXPECT_EQ(shown(), QStringLiteral(" / x 11 y 50 / %1 / Test Duration (10)\nStats Interval = None / Speed (Mbps) / legend 0").arg(single));
+    EXPECT_TRUE(graph.plotItem()->isVisible() && graph.pointCount() == 2 && model.index(1, 0).data(Qt::CheckStateRole) == Qt::Unchecked);
+
+    // The note is the shown test's: typed, kept in the list, back when the test is shown again.
+    QPlainTextEdit *note = detail.noteEditor();
+    const QString text = "Kitchen, door \"shut\"\nsecond line é";
+    note->setPlainText(text), detail.setPerfHelper(model.testAt(1));
+    EXPECT_TRUE(note->toPlainText().isEmpty() && model.extras(model.testAt(2).get()).note == text);
+    detail.setPerfHelper(model.testAt(2)), detail.updateView();
+    EXPECT_EQ(note->toPlainText(), text);
+
+    // CSV read back by Python's csv module, cell by cell against the table (hidden columns too), oldest first, then the final record.
+    model.testAt(2)->resultss.prepend(record("1.00", "2.00", 3, 4e6f, 0, "en,o1")), detail.updateView();
+    const PerfResultPtr last = record("0.00", "2.00", 4, 5e6f, 1), wired = record("0.00", "1.00", 1, 1, 0, "x");
+    model.setFinalResult(model.testAt(2).get(), last), last->jitter = "0.5 ms", last->lostTotalDataGrams = "1/20";
+    QTemporaryDir dir;
+    TestFileActions &files = *controller.fileActions();
+    ASSERT_EQ(files.exportCsv(dir.filePath("a.csv")), QString());
+    QProcess python;
+    python.start("python3", {"-c", "import csv, json, sys; print(json.dumps(list(csv.reader(open(sys.argv[1], newline='', encoding='utf-8')))))", dir.filePath("a.csv")});
+    ASSERT_TRUE(python.waitForFinished(10000));
+    const QJsonArray rows = QJsonDocument::fromJson(python.readAllStandardOutput()).array();
+    const PerfResultTableModel &table = *detail.resultModel();
+    ASSERT_EQ(rows.size(), table.rowCount() + 2);
+    QStringList header{"Record"}, mismatches;
+    for (int c = 0; c < table.columnCount(); ++c)
+        header << table.headerData(c, Qt::Horizontal).toString();
+    EXPECT_EQ(rows.at(0).toVariant().toStringList(), header << "Note");
+    for (int r = 1; r < rows.size(); ++r) {
+        QStringList expected{r <= table.rowCount() ? "interval" : "final"};
+        for (int c = 0; c < table.columnCount(); ++c)
+            expected << (r <= table.rowCount() ? table.index(table.rowCount() - r, c).data().toString() : PerfResultTableModel::cellValue(*last, table.columnIdentifier(c)).toString());
+        expected << (r == 1 ? text : "");
+        if (rows.at(r).toVariant().toStringList() != expected)
+            mismatches << rows.at(r).toVariant().toStringList().join('|') + " vs " + expected.join('|');
+    }
+    EXPECT_EQ(mismatches, QStringList());
+    EXPECT_TRUE(rows.last().toArray().at(14).toString() == "1/20" && rows.at(2).toArray().at(6).toString() == "en,o1");
+
+    // The graph as PNG and SVG at its size on screen.
+    detail.resize(900, 700), detail.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&detail));
+    ASSERT_EQ(files.exportGraph(dir.filePath("g.png")) + files.exportGraph(dir.filePath("g.svg")), QString());
+    EXPECT_EQ(QImage(dir.filePath("g.png")).size(), graph.size());
+    QFile svg(dir.filePath("g.svg"));
+    ASSERT_TRUE(svg.open(QIODevice::ReadOnly) && !QImage(svg.fileName()).isNull());
+    EXPECT_TRUE(svg.readAll().contains(QStringLiteral("viewBox=\"0 0 %1 %2\"").arg(graph.width()).arg(graph.height()).toUtf8()));
+    const QString failure = files.exportCsv(dir.filePath("none/a.csv"));
+    EXPECT_EQ(failure + "|" + alerts.seen.join(""), "Could not save \"a.csv\": No such file or directory.|Could not save \"a.csv\": No such file or directory. @");
 }
 
 TEST(DeleteButton, OrangeBadgeWithAWhiteCrossDarkerAndRingedWhileHeld)
