@@ -2,6 +2,7 @@
 
 #include "PerfHelper/ShellTask.h"
 #include "PerfHelper/TidewaveUtils.h"
+#include "Tidewave/DesktopNotifier.h"
 #include "client/ClientTab.h"
 #include "discovery/ServerDiscoveryList.h"
 #include "network/PrimaryRouteWatcher.h"
@@ -88,6 +89,8 @@ void TidewaveAppDelegate::loadInterface()
     m_clientTab = clientTab;
     m_window->mainView()->tabSet()->setClientTab(clientTab);
     m_window->addFileActions(clientTab->fileActions());
+    auto *notifier = new DesktopNotifier(m_window.get(), QDBusConnection::sessionBus(), clientTab);
+    connect(clientTab, &ClientTab::testEnded, notifier, &DesktopNotifier::testEnded);
 
     auto *serverTab = new ServerTabVIew(nullptr, m_environment.serverTab);
     m_serverTab = serverTab;

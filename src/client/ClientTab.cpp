@@ -551,19 +551,21 @@ void ClientTab::testFinished(const PerfResultPtr &result)
 {
     if (runOnOwnThread([this, result] { testFinished(result); }))
         return;
-    // A finish can come without a final record; the test has ended all the same.
+    if (!result)
+        return;
     g_dataSeen = true;
-    if (result)
-        narrateIntervalResultsIfNeeded(result);
+    narrateIntervalResultsIfNeeded(result);
     if (!testResultsArray().isEmpty())
         testResultsArray().first()->isTestRunning = 0;
-    if (result)
-        stamp(result);
+    stamp(result);
     // Kept beside the test, so a saved or exported test has its final record.
-    if (result && !testResultsArray().isEmpty())
+    if (!testResultsArray().isEmpty())
         m_listModel->setFinalResult(testResultsArray().first().get(), result);
     refreshTabViewLater();
     HideSpinner();
+    emit testEnded(testResultsArray().isEmpty() ? QString() : testResultsArray().first()->testLabel,
+                   result->bandwidthformat == 1 ? NumberUtilites::kbpsFormat(result->sentBandwidth)
+                                                : NumberUtilites::bitFormat(result->sentBandwidth));
 }
 
 void ClientTab::testFail(const QString &message)
@@ -574,6 +576,7 @@ void ClientTab::testFail(const QString &message)
         g_dataSeen = true;
         postInfoMessage(QStringLiteral("Unable to perform test..%1")
                             .arg(message.isNull() ? QStringLiteral("(null)") : message));
+        emit testEnded(testResultsArray().isEmpty() ? QString() : testResultsArray().first()->testLabel, message);
     }
     if (!testResultsArray().isEmpty())
         testResultsArray().first()->isTestRunning = 0;

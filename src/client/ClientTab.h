@@ -106,6 +106,8 @@ public:
 signals:
     // openserversWindow was asked for (before the window is shown).
     void serversWindowRequested();
+    // A test ended with its final rate, or failed with the tool's words.
+    void testEnded(const QString &label, const QString &outcome);
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;

@@ -2,9 +2,11 @@
 
 #include "PerfHelper/PerfServer.h"
 #include "PerfHelper/TidewaveUtils.h"
+#include "Tidewave/DesktopNotifier.h"
 #include "Tidewave/UnixSignalWatcher.h"
 #include "discovery/ServerDiscoveryList.h"
 #include "fakes/ServerTabFakeInventory.h"
+#include "network/NetworkTestSupport.h"
 #include "network/GetPIFInterfaceinfo.h"
 #include "shell/NotificationCenter.h"
 #include "ui/DiscoveryWindow.h"
@@ -13,6 +15,10 @@
 #include "ui/TidewaveMainWindow.h"
 
 #include <QAction>
+#include <QApplication>
+#include <QDBusArgument>
+#include <QDBusMessage>
+#include <QDBusVirtualObject>
 #include <QDir>
 #include <QLabel>
 #include <QSignalSpy>
@@ -48,6 +54,49 @@ TEST(SignalWatcher, ReportsEachSignalFromTheEventLoopAndPutsBackWhatWasThere)
 
 // The application in this process with a fake inventory (one Wi-Fi interface): start-up, its windows
 // and the discovery list, serving once reachable, quitting.
+// A notification service of our own: each Notify call as "app|icon|summary|body|desktop entry".
+struct FakeNotifications : QDBusVirtualObject
+{
+    QStringList shown;
+    QString introspect(const QString &) const override { return {}; }
+    bool handleMessage(const QDBusMessage &call, const QDBusConnection &bus) override
+    {
+        const QList<QVariant> a = call.arguments();
+        shown << QStringList{a[0].toString(), a[2].toString(), a[3].toString(), a[4].toString(), qdbus_cast<QVariantMap>(a[6]).value(u"desktop-entry"_s).toString()}.join(u'|');
+        return bus.send(call.createReply(uint(shown.size())));
+    }
+};
+
+// The end of a test reaches the desktop only while another window is active; with no notification service, nothing
+// happens and nothing waits.
+TEST(DesktopNotifier, TellsTheDesktopOnlyWhileAnotherWindowIsActive)
+{
+    QProcess daemon;
+    daemon.start(u"dbus-daemon"_s, {u"--session"_s, u"--nofork"_s, u"--print-address"_s});
+    ASSERT_TRUE(daemon.waitForReadyRead(5000));
+    const QString address = QString::fromUtf8(daemon.readLine()).trimmed();
+    QDBusConnection bus = QDBusConnection::connectToBus(address, u"notifier"_s), service = QDBusConnection::connectToBus(address, u"service"_s);
+    QWidget window, other;
+    window.show(), other.show();
+    DesktopNotifier notifier(&window, bus);
+    QApplication::setActiveWindow(&other);
+    const LogCapture log;
+    QDeadlineTimer unanswered(2000);
+    notifier.testEnded(u"Unheard"_s, u"no service yet"_s);
+    ASSERT_TRUE(waitUntil([&] { return log.contains(u"No desktop notification: "_s); }, 5s));
+    FakeNotifications fake;
+    ASSERT_TRUE(service.registerVirtualObject(u"/org/freedesktop/Notifications"_s, &fake) && service.registerService(u"org.freedesktop.Notifications"_s));
+    QApplication::setActiveWindow(&window);
+    notifier.testEnded(u"Looked at"_s, u"1.00 Mbps"_s);
+    QApplication::setActiveWindow(&other);
+    notifier.testEnded(u"Lab <b>5 GHz</b>"_s, u"94.10 Mbps"_s), notifier.testEnded(QString(), u"iperf3: error - <the server has terminated>"_s);
+    ASSERT_TRUE(waitUntil([&] { return fake.shown.size() == 2; }, 5s)) << fake.shown.join(u'\n').toStdString();
+    EXPECT_EQ(fake.shown, (QStringList{u"Tidewave|com.norvale.Tidewave|Lab <b>5 GHz</b>|94.10 Mbps|com.norvale.Tidewave"_s,
+                                       u"Tidewave|com.norvale.Tidewave|Test ended|iperf3: error - &lt;the server has terminated&gt;|com.norvale.Tidewave"_s}));
+    EXPECT_FALSE(unanswered.hasExpired()) << "a call nobody answered held the window";
+    daemon.kill(), daemon.waitForFinished();
+}
+
 TEST(App, StartsUpWiresItsWindowsServesOnceReachableAndSweepsItsToolsOnceOnQuit)
 {
     GetPIFInterfaceinfo::setProvider(std::make_shared<ServerTabFakeInventory>(
