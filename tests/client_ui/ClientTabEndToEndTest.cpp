@@ -2,16 +2,23 @@
 #include "common/TestEnvironment.h"
 
 #include "PerfHelper/TidewaveUtils.h"
+#include "shell/PlainText.h"
 #include "client/ClientTab.h"
 #include "client/PerfResultTableModel.h"
 #include "client/SpeedGraph.h"
+#include "client/TestFileActions.h"
 #include "client/TestInformationView.h"
+#include "client/TestListModel.h"
 
 #include <QComboBox>
 #include <QDir>
+#include <QAction>
 #include <QLineEdit>
+#include <QLineSeries>
+#include <QPlainTextEdit>
 #include <QProcess>
 #include <QPushButton>
+#include <QTemporaryDir>
 
 #include <gtest/gtest.h>
 
@@ -64,6 +71,71 @@ TEST(ClientTabEndToEnd, AReverseTestRunsTheToolFillsTableAndGraphAndAStopOrAClos
     server.kill(), server.waitForFinished(5000), run(2);
     ASSERT_TRUE(TestEnvironment::waitUntil([&] { return button->text() == "Run Test"; }, 10s));
     EXPECT_TRUE(messages.texts.last().startsWith("Unable to perform test..iperf3: error - unable to connect to server")) << messages.texts.last().toStdString();
+}
+
+// Every cell of a test's records as the interval table shows them, newest first, then its final record's.
+QStringList cells(const TestListModel &list, const PerfHelperPtr &test)
+{
+    QStringList out;
+    const auto add = [&](const PerfResult &r) {
+        for (const QString &identifier : PerfResultTableModel::defaultColumnIdentifiers())
+            out << PerfResultTableModel::cellValue(r, identifier).toString();
+    };
+    for (const PerfResultPtr &r : test->resultss)
+        add(*r);
+    if (const PerfResultPtr last = list.extras(test.get()).finalResult)
+        out << "final", add(*last);
+    return out;
+}
+
+// Two tests against a stock iperf3 server, saved; a new client tab (the application started again) opens and compares them.
+TEST(ClientTabEndToEnd, TwoTestsSavedAreOpenedAfterARestartAsTheyRanAndCompared)
+{
+    const QString launcher = TidewaveUtils::getiPerfExecutablePath();
+    ASSERT_TRUE(QDir().mkpath(QFileInfo(launcher).path()) && (QFile::exists(launcher) || QFile::copy(TestEnvironment::binDir() + "/mac-native-iperf", launcher)));
+    const quint16 port = TestEnvironment::freeTcpPort();
+    QProcess server;
+    server.start("iperf3", {"-s", "-B", "127.0.0.1", "-p", QString::number(port), "--forceflush"});
+    ASSERT_TRUE(TestEnvironment::waitUntil([&, out = QByteArray()]() mutable { return (out += server.readAllStandardOutput()).contains("Server listening"); }, 10s));
+    TempStore settings;
+    QTemporaryDir dir;
+    const QString path = dir.filePath("two.tidewave.json");
+    QStringList before;
+    {
+        ClientTab tab(nullptr, [&] { ClientTabServices s; s.settings = &settings.store; return s; }());
+        ASSERT_TRUE(TestEnvironment::waitUntil([&] { return tab.isSetUp(); }, 5s));
+        QPushButton *button = tab.findChild<QPushButton *>("runClient");
+        tab.findChild<QLineEdit *>("clientToServerIpAddress")->setText("127.0.0.1"), tab.findChild<QLineEdit *>("clientToServerPort")->setText(QString::number(port));
+        tab.findChild<QLineEdit *>("testDuration")->setText("2"), tab.findChild<QComboBox *>("statsInterval")->setCurrentIndex(0);
+        for (QAbstractButton *direction : {tab.findChild<QAbstractButton *>("clientToServerRadio"), tab.findChild<QAbstractButton *>("serverToClientRadio")}) {
+            direction->click(), button->click();
+            ASSERT_TRUE(TestEnvironment::waitUntil([&] { return button->text() == "Stop Test"; }, 5s));
+            ASSERT_TRUE(TestEnvironment::waitUntil([&] { return button->text() == "Run Test"; }, 15s));
+        }
+        TestListModel &list = *tab.listModel();
+        ASSERT_EQ(list.rowCount(), 2);
+        list.setData(list.index(1, 1), "Upload, kitchen"), tab.testInfoView()->setPerfHelper(list.testAt(1)), tab.testInfoView()->noteEditor()->setPlainText("door shut");
+        for (int row : {0, 1})
+            list.setData(list.index(row, 0), Qt::Checked, Qt::CheckStateRole), before << list.testAt(row)->testLabel << cells(list, list.testAt(row));
+        EXPECT_TRUE(list.extras(list.testAt(0).get()).finalResult && list.testAt(0)->resultss.size() >= 2);
+        auto *files = qobject_cast<TestFileActions *>(tab.fileActions().first()->parent());
+        ASSERT_TRUE(files && tab.fileActions().first()->text() == "Save Tests…");
+        ASSERT_EQ(files->saveTests(path), QString());
+    }
+    ClientTab tab(nullptr, [&] { ClientTabServices s; s.settings = &settings.store; return s; }());
+    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return tab.isSetUp(); }, 5s));
+    ASSERT_EQ(qobject_cast<TestFileActions *>(tab.fileActions().first()->parent())->openTests(path), QString());
+    TestListModel &list = *tab.listModel();
+    QStringList after;
+    for (int row : {0, 1})
+        after << list.testAt(row)->testLabel << cells(list, list.testAt(row));
+    EXPECT_EQ(after, before);
+    EXPECT_EQ(list.extras(list.testAt(1).get()).note, "door shut");
+    const QList<QLineSeries *> &series = tab.testInfoView()->graph()->comparedSeries();
+    ASSERT_EQ(series.size(), 2); // saved ticked, opened ticked: compared at once
+    EXPECT_EQ(series.at(1)->name(), PlainText::asRichText("Upload, kitchen"));
+    EXPECT_EQ(series.at(0)->count(), list.testAt(0)->resultss.size() + 1);
+    server.kill(), server.waitForFinished(5000);
 }
 
 } // namespace
