@@ -2,6 +2,7 @@
 
 #include "common/TestEnvironment.h"
 #include "network/NetworkTestSupport.h"
+#include "support/TestPath.h"
 
 #include <QElapsedTimer>
 #include <QFile>
@@ -14,6 +15,7 @@
 
 #include <gtest/gtest.h>
 
+#include <iostream>
 #include <ostream>
 
 #include <cmath>
@@ -38,13 +40,15 @@ struct LineCase
     std::string line;
     std::string tagged; // without its "\n"; empty: no tagged line
     std::string header = "[ ID] Interval           Transfer     Bitrate"; // the column header seen before
+    int streams = 1;
+    bool twoWay = false;
 };
 
 class LineTaggerLines : public ::testing::TestWithParam<LineCase> {};
 
 TEST_P(LineTaggerLines, TagsReportLinesOnly)
 {
-    LineTagger tagger;
+    LineTagger tagger(LineTagger::Mode::Server, {.streams = GetParam().streams, .twoWay = GetParam().twoWay, .linkHealth = false, .roundTrip = {}});
     EXPECT_FALSE(tagger.tag(GetParam().header).has_value());
     EXPECT_EQ(tagger.tag(GetParam().line).value_or(""), GetParam().tagged.empty() ? "" : GetParam().tagged + "\n");
 }
@@ -76,6 +80,13 @@ INSTANTIATE_TEST_SUITE_P(
         LineCase{"RateAtTheLimit", "[  5]   0.00-1.00   sec  1.00 KBytes  9000000000000000 Kbits/sec", ""},
         LineCase{"TransferAtTheLimit", "[  5]   0.00-1.00   sec  9000000000000000000 Bytes  8 Kbits/sec", ""},
         LineCase{"TransferWindowReachesTheLimit", "[  5]   0.00-1.00   sec  8185453 TBytes  8 Kbits/sec", ""},
+        // Several streams: their sum only; a two-way test: each direction's lines, this end's role.
+        LineCase{"SumOfStreams", "[SUM]   0.00-1.00   sec  1.95 KBytes  16 Kbits/sec    0", "RESULT_$#0.00-1.00 sec$#2000$#16000$#sender", "[ ID] Interval  Transfer  Bitrate  Retr", 2},
+        LineCase{"OneOfSeveralStreams", kOneK, "", "[ ID] Interval", 2},
+        LineCase{"TwoWayReceiving", "[  7][RX-C]   0.00-1.00   sec  1.95 KBytes  16 Kbits/sec", "RESULT_DOWN$#0.00-1.00 sec$#2000$#16000$#receiver", "[ ID][Role] Interval  Retr", 1, true},
+        LineCase{"TwoWaySumSending", "[SUM][TX-C]   0.00-1.00   sec  1.95 KBytes  16 Kbits/sec  0", "RESULT_UP$#0.00-1.00 sec$#2000$#16000$#sender", "[ ID][Role] Interval", 2, true},
+        LineCase{"TwoWayServersLine", "[  7][RX-S]   0.00-1.00   sec  1.95 KBytes  16 Kbits/sec", "", "[ ID][Role] Interval", 1, true},
+        LineCase{"TwoWayWithoutRole", kOneK, "", "[ ID][Role] Interval", 1, true},
         // Not a per-stream report line.
         LineCase{"Omitted", kOneK + "(omitted)", ""},
         LineCase{"Sum", "[SUM]   0.00-1.00   sec  1.00 KBytes  8 Kbits/sec", ""},
@@ -116,6 +127,35 @@ TEST(LineTaggerRuns, ClientSummaryAfterANormalEndReceiverFirst)
         for (const std::string &line : run.lines)
             out += tagger.tag(line).value_or("");
         EXPECT_EQ(out, run.out) << run.lines.size();
+    }
+}
+
+// A client's link figures: each interval's LINK_ line in the write of its report, ahead of its tag;
+// the server's output block (with the empty line before it) gives only PEER_ lines, from text or JSON.
+TEST(LineTaggerRuns, ClientLinkFiguresAndTheServersBlock)
+{
+    const std::vector<std::string> tcp = {"[ ID] Interval           Transfer     Bitrate         Retr  Cwnd", "[  5]   0.00-1.00   sec  1.95 KBytes  16 Kbits/sec    3   64.0 KBytes",
+                                          "[  5]   0.00-1.00   sec  1.95 KBytes  16 Kbits/sec    3             sender", "", "Server output:",
+                                          "[  5] local 10.0.0.2 port 5201 connected to 10.0.0.1 port 4000", "[ ID] Interval           Transfer     Bitrate         Jitter    Lost/Total Datagrams",
+                                          "[  5]   0.00-1.00   sec  1.95 KBytes  16.0 Kbits/sec  0.012 ms  1/9 (11%)", "", "", "iperf Done."};
+    const std::vector<std::string> json = {"[  5]   0.00-1.00   sec  1.95 KBytes  16 Kbits/sec", "", "Server JSON output:", "{", "\t\"intervals\":\t[{", "\t\t\"sum\":\t{", "\t\t\t\"start\":\t0,",
+                                           "\t\t\t\"end\":\t1.000041,", "\t\t\t\"retransmits\":\t2,", "\t\t\t\"sender\":\ttrue", "\t\t}", "\t}],", "\t\"end\":\t{", "\t\t\"sum\":\t{",
+                                           "\t\t\t\"start\":\t0,", "\t\t\t\"end\":\t1,", "\t\t\t\"retransmits\":\t9", "\t\t}", "\t}", "}", "iperf Done."};
+    const std::string tagged = "RESULT_$#0.00-1.00 sec$#2000$#16000$#", report = "[  5]   0.00-1.00   sec  1.95 KBytes  16 Kbits/sec";
+    const struct
+    {
+        std::vector<std::string> lines;
+        std::string writes; // joined by "|"
+    } runs[] = {{tcp, tcp[0] + "\n|" + tcp[1] + "\nLINK_UP$#0.00-1.00 sec$#retr=3$#cwnd=65536$#rtt=40.500\n" + tagged + "sender\n|" + tcp[2] + "\n|PEER_UP$#0.00-1.00 sec$#jitter=0.012$#lost=1$#total=9\n|\n|iperf Done.\nFinished_$#0.00-1.00 sec$#2000$#16000$#sender\n"},
+                {json, report + "\nLINK_DOWN$#0.00-1.00 sec$#rtt=41.000\n" + tagged + "receiver\n|PEER_DOWN$#0.00-1.00 sec$#retr=2\n|iperf Done.\n"}};
+    for (const auto &run : runs) {
+        LineTagger tagger(LineTagger::Mode::Client, {.streams = 1, .twoWay = false, .linkHealth = true, .roundTrip = [](bool up) { return std::optional<double>(up ? 40.5 : 41); }});
+        std::string out;
+        for (const std::string &line : run.lines) {
+            for (const std::string &write : tagger.writes(line + "\n"))
+                out += (out.empty() ? "" : "|") + write;
+        }
+        EXPECT_EQ(out + tagger.flush(), run.writes);
     }
 }
 
@@ -420,6 +460,64 @@ TEST(LossyLink, TheFinalRecordIsWhatTheReceiverCounted)
         EXPECT_GT(lost, total * 0.01);
         if (i == 0) {
             EXPECT_NEAR(final[4].section(' ', 0, 0).toDouble(), sum["jitter_ms"].toDouble(), 0.01) << out.toStdString();
+        }
+    }
+}
+
+} // namespace
+
+namespace {
+
+// Over a path delaying every packet 20 ms each way and dropping 1 % of TCP data segments and 2 % of UDP
+// data datagrams (10 s tests side by side), the launcher's per-interval figures add up to iperf3's own
+// totals: a TCP sender's retransmits (this computer's summary when it sends; the server's JSON when that
+// sends), a UDP receiver's lost and total datagrams (the server's JSON when it receives; this computer's
+// summary when it does); every interval's round-trip time is within 15 % of 40 ms when this computer
+// sends, 25 % when it receives.
+TEST(LinkFigures, AddUpToIperfsTotalsOverADelayedLossyPath)
+{
+    const TestPath path("lf", 20, 0, 0, 1, 2);
+    if (!path.ready)
+        GTEST_SKIP() << "cannot build the delayed path (needs root)";
+    const struct
+    {
+        QStringList options;
+        QByteArray tag; // of the lines whose figures are summed
+        double rtt;     // tolerance of LINK_ round-trip times; 0: none expected
+    } runs[] = {{{"-C", "cubic"}, "LINK_UP", 0.15}, {{"-C", "cubic", "-R"}, "PEER_DOWN", 0.25}, {{"-u", "-b20M"}, "PEER_UP", 0}, {{"-u", "-b20M", "-R"}, "LINK_DOWN", 0}};
+    std::vector<std::unique_ptr<QProcess>> servers, clients;
+    for (const auto &run : runs) {
+        const QString port = QString::number(5301 + servers.size());
+        servers.emplace_back(std::make_unique<QProcess>())->start("ip", {"netns", "exec", path.far.name, "iperf3", "-s", "-1", "-J", "-p", port});
+        ASSERT_TRUE(waitUntil([&] { QString out; return TestNamespace::run({"ip", "netns", "exec", path.far.name, "ss", "-Htln", "sport = :" + port}, &out) && !out.isEmpty(); }, 5s));
+        clients.emplace_back(std::make_unique<QProcess>())->start("ip", QStringList{"netns", "exec", path.near.name, TestEnvironment::binDir() + "/mac-native-iperf", "./iperf3",
+                                                                                   "-c", "10.213.2.1", "-p" + port, "-t10", "-i1"} + run.options);
+    }
+    for (std::size_t i = 0; i < std::size(runs); ++i) {
+        ASSERT_TRUE(clients[i]->waitForFinished(25000) && servers[i]->waitForFinished(5000));
+        const QByteArray out = clients[i]->readAllStandardOutput();
+        const QJsonObject end = QJsonDocument::fromJson(servers[i]->readAllStandardOutput()).object()["end"].toObject();
+        QMap<QByteArray, double> sums;
+        QList<double> rtts; // sorted
+        for (const QByteArray &line : out.split('\n')) {
+            for (const QByteArray &field : line.startsWith(runs[i].tag) ? line.split('$').mid(2) : QList<QByteArray>())
+                sums[field.mid(1, field.indexOf('=') - 1)] += field.mid(field.indexOf('=') + 1).toDouble();
+            if (line.startsWith("LINK_") && runs[i].rtt > 0) {
+                rtts.insert(std::ranges::upper_bound(rtts, line.mid(line.indexOf("rtt=") + 4).toDouble()), line.mid(line.indexOf("rtt=") + 4).toDouble());
+                EXPECT_NEAR(line.mid(line.indexOf("rtt=") + 4).toDouble(), 40, 40 * runs[i].rtt) << line.constData();
+            }
+        }
+        QList<QByteArray> summary; // this computer's summary line, the sender's for TCP, the receiver's for UDP
+        for (const QByteArray &line : out.split('\n'))
+            summary = line.startsWith('[') && line.trimmed().endsWith(i < 2 ? "sender" : "receiver") ? line.simplified().split(' ') : summary;
+        const double expected[] = {summary.value(summary.size() - 2).toDouble(), end["sum_sent"].toObject()["retransmits"].toDouble(),
+                                   end["sum"].toObject()["lost_packets"].toDouble(), summary.value(summary.size() - 3).split('/').first().toDouble()};
+        std::cout << runs[i].options.join(' ').toStdString() << ": " << runs[i].tag.constData() << " sum " << sums[i < 2 ? "retr" : "lost"] << ", iperf3's total " << expected[i]
+                  << ", round-trip times " << rtts.value(0) << "-" << rtts.value(rtts.size() - 1) << " ms\n"; // the figures, for the record
+        EXPECT_EQ(sums[i < 2 ? "retr" : "lost"], expected[i]) << out.constData();
+        EXPECT_GT(expected[i], 0) << out.constData();
+        if (i == 2) {
+            EXPECT_EQ(sums["total"], end["sum"].toObject()["packets"].toDouble()) << out.constData();
         }
     }
 }
