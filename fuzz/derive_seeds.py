@@ -137,3 +137,29 @@ names = ["Studio,5201,192_168_1_20,Wi-Fi (Primary)", "Laptop,5201,10_0_0_7,Ether
 write("discovery_names", "peers", SEP.join(n.encode() for n in names))
 write("discovery_names", "long-display",
       "A very long machine name,5201,192_168_100_200," + "Wireless adapter with a long name " * 3 + " (Primary)")
+
+# Results files in the shape Tidewave writes them: columns of interval
+# records (a list, or one value for all), a final record, the settings.
+def results_file(tests):
+    return json.dumps({"format": "Tidewave results", "version": 1, "application": "Tidewave 1.0 (build 1)",
+                       "tests": tests}, separators=(",", ":"), ensure_ascii=False)
+
+
+settings = {"serverIP": "192.168.1.20", "serverPort": 5201, "localIP": None, "duration": 2, "stats_interval": 1,
+            "testType": 1, "reverse": 1, "bandwidthformat": 0, "sendBandwidth": 0, "bufferLength": 8,
+            "datagramSize": 0, "graphMaxSpeed": 100, "testLabel": "UDP Test", "isTestRunning": 0,
+            "isSelected": 1, "index": 0, "invalidTestDuration": 1, "parallelStreams": 1, "twoWay": 0}
+intervals = {"startTime": ["0.00", "1.00"], "endTime": ["1.00", "2.00"], "sentBytes": [131072, 130048],
+             "sentBandwidth": [1048576, 1040384.5], "interfaceName": "WiFi", "ssidField": "Harbour",
+             "bssidField": "a4:2b:b0:12:34:56", "rssiField": [-52, -55], "noiseField": -92, "txRateField": 866,
+             "jitter": ["0.012 ms", "0.020 ms"], "lostTotalDataGrams": ["0/91", "1/90"], "ip": None,
+             "createdAt": None, "total_packets": [None, 7], "OSXVersion": "nan", "roundTripMs": -1,
+             "udpLostDatagrams": [0, 1], "udpTotalDatagrams": [91, 90], "direction": 1}
+final = {"startTime": "0.00", "endTime": "2.00", "sentBytes": 261120, "sentBandwidth": "inf",
+         "jitter": "0.020 ms", "lostTotalDataGrams": "1/181", "createdAt": "2025-11-23T08:00:00.042Z"}
+one = {"settings": settings, "startDate": "2025-11-23T08:00:00.042Z", "note": "kitchen, \"door\" shut\n2nd line",
+       "intervalCount": 2, "intervals": intervals, "final": final}
+empty = {"settings": {"testLabel": ""}, "startDate": None, "note": "", "intervalCount": 0, "intervals": {}, "final": None}
+write("results_file", "two-tests", results_file([one, empty]))
+write("results_file", "cut-short", results_file([one])[:300])
+write("results_file", "newer", results_file([]).replace('"version":1', '"version":2'))

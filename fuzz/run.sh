@@ -18,7 +18,7 @@ repo=$(dirname "$here")
 build=${FUZZ_BUILD:-$repo/build-fuzz}
 seconds=${1:-60}
 [ $# -gt 0 ] && shift
-targets=${*:-"tool_lines server_output client_output inventory_ifconfig inventory_profile inventory_ports airport defaults_plist discovery_names"}
+targets=${*:-"tool_lines server_output client_output inventory_ifconfig inventory_profile inventory_ports airport defaults_plist discovery_names results_file"}
 
 if [ ! -f "$build/CMakeCache.txt" ]; then
     CC=clang CXX=clang++ cmake -S "$repo" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \

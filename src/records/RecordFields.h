@@ -73,98 +73,97 @@ inline bool integerFromJson(const QJsonValue &json, qint64 &out)
     return true;
 }
 
-// A null string, an invalid date and an empty variant are written as null,
-// so "nil" and "" stay apart.
+// One value of a member's type. A null string, an invalid date and an
+// empty variant are written as null, so "nil" and "" stay apart.
+template <typename T>
+QJsonValue valueToJson(const T &value)
+{
+    if constexpr (std::is_same_v<T, QString>)
+        return value.isNull() ? QJsonValue(QJsonValue::Null) : QJsonValue(value);
+    else if constexpr (std::is_same_v<T, float> || std::is_same_v<T, double>)
+        return realToJson(value);
+    else if constexpr (std::is_same_v<T, QDateTime>)
+        return value.isValid() ? QJsonValue(value.toUTC().toString(Qt::ISODateWithMs)) : QJsonValue(QJsonValue::Null);
+    else if constexpr (std::is_same_v<T, QVariant>)
+        return value.isValid() ? QJsonValue::fromVariant(value) : QJsonValue(QJsonValue::Null);
+    else
+        return QJsonValue(value);
+}
+
+// Sets the value from JSON; false when the JSON has the wrong type for it.
+template <typename T>
+bool valueFromJson(const QJsonValue &json, T &value)
+{
+    if constexpr (std::is_same_v<T, QString>) {
+        if (json.isNull())
+            value = QString();
+        else if (json.isString())
+            value = json.toString().isNull() ? QString(QLatin1String("")) : json.toString();
+        else
+            return false;
+        return true;
+    } else if constexpr (std::is_same_v<T, float> || std::is_same_v<T, double>) {
+        return realFromJson(json, value);
+    } else if constexpr (std::is_same_v<T, bool>) {
+        if (!json.isBool())
+            return false;
+        value = json.toBool();
+        return true;
+    } else if constexpr (std::is_same_v<T, QDateTime>) {
+        if (json.isNull()) {
+            value = QDateTime();
+            return true;
+        }
+        const QDateTime date = QDateTime::fromString(json.toString(), Qt::ISODateWithMs);
+        if (!date.isValid())
+            return false;
+        value = date;
+        return true;
+    } else if constexpr (std::is_same_v<T, QVariant>) {
+        value = json.isNull() ? QVariant() : json.toVariant();
+        return !json.isUndefined();
+    } else {
+        qint64 number = 0;
+        if (!integerFromJson(json, number))
+            return false;
+        if (number < qint64(std::numeric_limits<T>::min()) || number > qint64(std::numeric_limits<T>::max()))
+            return false;
+        value = T(number);
+        return true;
+    }
+}
+
+// Whether two values are the same (NaN equals NaN, so that a stored NaN
+// reads back as itself; nil and "" differ).
+template <typename T>
+bool sameValue(const T &x, const T &y)
+{
+    if constexpr (std::is_same_v<T, float> || std::is_same_v<T, double>)
+        return (std::isnan(x) && std::isnan(y)) || x == y;
+    else if constexpr (std::is_same_v<T, QString>)
+        return x.isNull() == y.isNull() && x == y;
+    else
+        return x == y;
+}
+
 template <typename Record>
 QJsonValue toJson(const Record &record, const typename RecordField<Record>::Member &member)
 {
-    return std::visit(
-        [&record](auto pointer) -> QJsonValue {
-            const auto &value = record.*pointer;
-            using T = std::decay_t<decltype(value)>;
-            if constexpr (std::is_same_v<T, QString>)
-                return value.isNull() ? QJsonValue(QJsonValue::Null) : QJsonValue(value);
-            else if constexpr (std::is_same_v<T, float> || std::is_same_v<T, double>)
-                return realToJson(value);
-            else if constexpr (std::is_same_v<T, QDateTime>)
-                return value.isValid() ? QJsonValue(value.toUTC().toString(Qt::ISODateWithMs))
-                                       : QJsonValue(QJsonValue::Null);
-            else if constexpr (std::is_same_v<T, QVariant>)
-                return value.isValid() ? QJsonValue::fromVariant(value) : QJsonValue(QJsonValue::Null);
-            else
-                return QJsonValue(value);
-        },
-        member);
+    return std::visit([&record](auto pointer) { return valueToJson(record.*pointer); }, member);
 }
 
 // Sets the member from the JSON value; false when the value has the wrong
-// type for it (the record may then be partly set).
+// type for it.
 template <typename Record>
 bool fromJson(Record &record, const typename RecordField<Record>::Member &member, const QJsonValue &json)
 {
-    return std::visit(
-        [&record, &json](auto pointer) -> bool {
-            auto &value = record.*pointer;
-            using T = std::decay_t<decltype(value)>;
-            if constexpr (std::is_same_v<T, QString>) {
-                if (json.isNull())
-                    value = QString();
-                else if (json.isString())
-                    value = json.toString().isNull() ? QString(QLatin1String("")) : json.toString();
-                else
-                    return false;
-                return true;
-            } else if constexpr (std::is_same_v<T, float> || std::is_same_v<T, double>) {
-                return realFromJson(json, value);
-            } else if constexpr (std::is_same_v<T, bool>) {
-                if (!json.isBool())
-                    return false;
-                value = json.toBool();
-                return true;
-            } else if constexpr (std::is_same_v<T, QDateTime>) {
-                if (json.isNull()) {
-                    value = QDateTime();
-                    return true;
-                }
-                const QDateTime date = QDateTime::fromString(json.toString(), Qt::ISODateWithMs);
-                if (!date.isValid())
-                    return false;
-                value = date;
-                return true;
-            } else if constexpr (std::is_same_v<T, QVariant>) {
-                value = json.isNull() ? QVariant() : json.toVariant();
-                return !json.isUndefined();
-            } else {
-                qint64 number = 0;
-                if (!integerFromJson(json, number))
-                    return false;
-                if (number < qint64(std::numeric_limits<T>::min()) || number > qint64(std::numeric_limits<T>::max()))
-                    return false;
-                value = T(number);
-                return true;
-            }
-        },
-        member);
+    return std::visit([&record, &json](auto pointer) { return valueFromJson(json, record.*pointer); }, member);
 }
 
-// Whether the member holds the same value in both records (NaN equals NaN,
-// so that a stored NaN reads back as itself).
 template <typename Record>
 bool equal(const Record &a, const Record &b, const typename RecordField<Record>::Member &member)
 {
-    return std::visit(
-        [&a, &b](auto pointer) -> bool {
-            const auto &x = a.*pointer;
-            const auto &y = b.*pointer;
-            using T = std::decay_t<decltype(x)>;
-            if constexpr (std::is_same_v<T, float> || std::is_same_v<T, double>)
-                return (std::isnan(x) && std::isnan(y)) || x == y;
-            else if constexpr (std::is_same_v<T, QString>)
-                return x.isNull() == y.isNull() && x == y;
-            else
-                return x == y;
-        },
-        member);
+    return std::visit([&a, &b](auto pointer) { return sameValue(a.*pointer, b.*pointer); }, member);
 }
 
 } // namespace RecordFields

@@ -11,6 +11,10 @@
 #include <QStringDecoder>
 
 #include <algorithm>
+#include <atomic>
+#include <functional>
+#include <thread>
+#include <vector>
 #include <cerrno>
 #include <cstring>
 
@@ -107,81 +111,110 @@ QJsonObject recordToJson(const PerfResult &record)
     return object;
 }
 
-// Interval records oldest first, by column.
+// Interval records oldest first, by column. Each column is dispatched on its
+// member's type once and then walks the records.
 QJsonObject intervalsToJson(const PerfResultList &newestFirst)
 {
     QJsonObject columns;
     const qsizetype n = newestFirst.size();
     for (const RF &field : kResultFields) {
-        const PerfResult *first = n ? newestFirst.last().get() : nullptr;
-        const bool same = first && !isVariant(field)
-                          && std::all_of(newestFirst.cbegin(), newestFirst.cend(), [&](const PerfResultPtr &r) {
-                                 return RecordFields::equal(*r, *first, field.member);
-                             });
-        if (same) {
-            columns.insert(field.name, RecordFields::toJson(*first, field.member));
-            continue;
-        }
-        QJsonArray values;
-        for (qsizetype i = n - 1; i >= 0; --i)
-            values.append(RecordFields::toJson(*newestFirst.at(i), field.member));
-        columns.insert(field.name, values);
+        columns.insert(field.name, std::visit([&](auto member) -> QJsonValue {
+            if (n && !isVariant(field)) {
+                const auto &first = newestFirst.last().get()->*member;
+                const bool same = std::all_of(newestFirst.cbegin(), newestFirst.cend(), [&](const PerfResultPtr &r) {
+                    return RecordFields::sameValue(r.get()->*member, first);
+                });
+                if (same)
+                    return RecordFields::valueToJson(first);
+            }
+            QJsonArray values;
+            for (qsizetype i = n - 1; i >= 0; --i)
+                values.append(RecordFields::valueToJson(newestFirst.at(i).get()->*member));
+            return values;
+        }, field.member));
     }
     return columns;
 }
 
-// A failure while reading: the test (from 1) and what is wrong with it.
+// A failure while reading: what is wrong, naming the test.
 struct Failure
 {
     QString what;
 };
+
+QString wrongValue(const QString &where, QLatin1StringView name)
+{
+    return QStringLiteral("%1 has a wrong value for \"%2\"").arg(where, name);
+}
 
 void recordFromJson(const QJsonObject &object, PerfResult &record, const QString &where)
 {
     for (const RF &field : kResultFields) {
         const QJsonValue value = object.value(field.name);
         if (!value.isUndefined() && !RecordFields::fromJson(record, field.member, value))
-            throw Failure{QStringLiteral("%1 has a wrong value for \"%2\"").arg(where, field.name)};
+            throw Failure{wrongValue(where, field.name)};
     }
 }
 
-PerfResultList intervalsFromJson(const QJsonObject &columns, qsizetype n, const QString &where)
+// The records of a test's columns, newest first; on a fault, the error and no records.
+PerfResultList intervalsFromJson(const QJsonObject &columns, qsizetype n, const QString &where, QString &error)
 {
-    QList<PerfResult> records(n);
+    PerfResultList newestFirst(n);
+    for (PerfResultPtr &record : newestFirst)
+        record = std::make_shared<PerfResult>();
     for (const RF &field : kResultFields) {
         const QJsonValue value = columns.value(field.name);
         if (value.isUndefined())
             continue;
-        const auto wrong = [&] {
-            return Failure{QStringLiteral("%1 has a wrong value for \"%2\"").arg(where, field.name)};
-        };
-        if (value.isArray()) {
-            const QJsonArray values = value.toArray();
-            if (values.size() != n)
-                throw Failure{QStringLiteral("%1 holds %2 values of \"%3\" for %4 intervals")
-                                  .arg(where).arg(values.size()).arg(field.name).arg(n)};
-            for (qsizetype i = 0; i < n; ++i) {
-                if (!RecordFields::fromJson(records[i], field.member, values.at(i)))
-                    throw wrong();
+        if (value.isArray() && value.toArray().size() != n) {
+            error = QStringLiteral("%1 holds %2 values of \"%3\" for %4 intervals")
+                        .arg(where).arg(value.toArray().size()).arg(field.name).arg(n);
+            return {};
+        }
+        const bool read = std::visit([&](auto member) {
+            using T = std::decay_t<decltype(PerfResult().*member)>;
+            if (value.isArray()) {
+                const QJsonArray values = value.toArray();
+                for (qsizetype i = 0; i < n; ++i) {
+                    if (!RecordFields::valueFromJson(values.at(i), newestFirst.at(n - 1 - i).get()->*member))
+                        return false;
+                }
+                return true;
             }
-        } else if (!isVariant(field)) {
-            // One value for every record: read once, then copied.
-            PerfResult one;
-            if (!RecordFields::fromJson(one, field.member, value))
-                throw wrong();
-            std::visit([&](auto member) {
-                for (PerfResult &record : records)
-                    record.*member = one.*member;
-            }, field.member);
-        } else {
-            throw wrong();
+            // One value for every record: read once, then shared.
+            T one{};
+            if (isVariant(field) || !RecordFields::valueFromJson(value, one))
+                return false;
+            for (const PerfResultPtr &record : newestFirst)
+                record.get()->*member = one;
+            return true;
+        }, field.member);
+        if (!read) {
+            error = wrongValue(where, field.name);
+            return {};
         }
     }
-    PerfResultList newestFirst;
-    newestFirst.reserve(n);
-    for (qsizetype i = n - 1; i >= 0; --i)
-        newestFirst.append(std::make_shared<PerfResult>(std::move(records[i])));
     return newestFirst;
+}
+
+// Runs work(0) … work(count - 1) on up to as many threads as the machine has
+// cores when the records are many: the columns of different tests share
+// nothing. A few thousand records are quicker than starting a thread.
+void forEachInParallel(qsizetype count, qint64 records, const std::function<void(qsizetype)> &work)
+{
+    const int cores = records < 20000 ? 1 : std::clamp(int(std::thread::hardware_concurrency()), 1, 8);
+    const qsizetype threads = std::min<qsizetype>(count, cores);
+    std::atomic<qsizetype> next = 0;
+    const auto worker = [&] {
+        for (qsizetype i = next++; i < count; i = next++)
+            work(i);
+    };
+    std::vector<std::thread> pool;
+    for (qsizetype t = 1; t < threads; ++t)
+        pool.emplace_back(worker);
+    worker();
+    for (std::thread &thread : pool)
+        thread.join();
 }
 
 QString displayName(const QString &fileName)
@@ -210,29 +243,49 @@ std::span<const RecordField<PerfHelper>> settingsFields()
 
 QByteArray serialize(const QList<SavedTest> &tests, const QString &application)
 {
-    QJsonArray list;
-    for (const SavedTest &saved : tests) {
+    // Each test is written by Qt's JSON writer on its own, side by side when
+    // they are many, and the texts are joined into the list of the envelope
+    // Qt writes: the writer, not the building, is most of the time.
+    QList<QByteArray> texts(tests.size());
+    qint64 records = 0;
+    for (const SavedTest &saved : tests)
+        records += saved.test->resultss.size();
+    forEachInParallel(tests.size(), records, [&](qsizetype t) {
+        const SavedTest &saved = tests.at(t);
         QJsonObject settings;
         for (const SF &field : kSettingsFields)
             settings.insert(field.name, RecordFields::toJson(*saved.test, field.member));
         QJsonObject test;
         test.insert("settings"_L1, settings);
-        test.insert("startDate"_L1, saved.extras.startDate.isValid()
-                                        ? QJsonValue(saved.extras.startDate.toUTC().toString(Qt::ISODateWithMs))
-                                        : QJsonValue(QJsonValue::Null));
+        test.insert("startDate"_L1, RecordFields::valueToJson(saved.extras.startDate));
         test.insert("note"_L1, saved.extras.note);
         test.insert("intervalCount"_L1, saved.test->resultss.size());
         test.insert("intervals"_L1, intervalsToJson(saved.test->resultss));
         test.insert("final"_L1, saved.extras.finalResult ? QJsonValue(recordToJson(*saved.extras.finalResult))
                                                          : QJsonValue(QJsonValue::Null));
-        list.append(test);
-    }
+        texts[t] = QJsonDocument(test).toJson(QJsonDocument::Compact);
+    });
     QJsonObject root;
     root.insert("format"_L1, kFormat);
     root.insert("version"_L1, kVersion);
     root.insert("application"_L1, application);
-    root.insert("tests"_L1, list);
-    return QJsonDocument(root).toJson(QJsonDocument::Compact);
+    root.insert("tests"_L1, QJsonArray());
+    const QByteArray envelope = QJsonDocument(root).toJson(QJsonDocument::Compact);
+    // Quotes inside string values are escaped, so this is the key itself.
+    const qsizetype list = envelope.indexOf("\"tests\":[]") + qsizetype(strlen("\"tests\":["));
+    qsizetype size = envelope.size() + tests.size();
+    for (const QByteArray &text : std::as_const(texts))
+        size += text.size();
+    QByteArray out;
+    out.reserve(size);
+    out += QByteArrayView(envelope).first(list);
+    for (qsizetype t = 0; t < texts.size(); ++t) {
+        if (t)
+            out += ',';
+        out += texts.at(t);
+    }
+    out += QByteArrayView(envelope).sliced(list);
+    return out;
 }
 
 ReadResult parse(const QByteArray &bytes, const QString &fileName, SettingsStore &store)
@@ -263,6 +316,11 @@ ReadResult parse(const QByteArray &bytes, const QString &fileName, SettingsStore
     // No file holds more intervals than bytes, whatever its counts claim.
     qint64 budget = bytes.size();
     const QJsonArray tests = root.value("tests"_L1).toArray();
+    // Everything but the intervals first, in order; then the intervals of
+    // the tests read so far, side by side.
+    QList<QJsonObject> columns;
+    QList<qint64> counts;
+    QString failure;
     try {
         for (qsizetype t = 0; t < tests.size(); ++t) {
             const QString where = QStringLiteral("test %1").arg(t + 1);
@@ -275,15 +333,13 @@ ReadResult parse(const QByteArray &bytes, const QString &fileName, SettingsStore
             for (const SF &field : kSettingsFields) {
                 const QJsonValue value = settings.value(field.name);
                 if (!value.isUndefined() && !RecordFields::fromJson(*saved.test, field.member, value))
-                    throw Failure{QStringLiteral("%1 has a wrong value for \"%2\"").arg(where, field.name)};
+                    throw Failure{wrongValue(where, field.name)};
             }
             saved.test->isTestRunning = 0; // whatever it was doing when saved, it is over
             qint64 count = 0;
             if (!RecordFields::integerFromJson(test.value("intervalCount"_L1), count) || count < 0 || count > budget)
                 throw Failure{QStringLiteral("%1 has a wrong interval count").arg(where)};
             budget -= count;
-            saved.test->resultss = intervalsFromJson(test.value("intervals"_L1).toObject(), count,
-                                                     where + QStringLiteral("'s intervals"));
             const QJsonValue start = test.value("startDate"_L1);
             if (!start.isNull() && !start.isUndefined()) {
                 saved.extras.startDate = QDateTime::fromString(start.toString(), Qt::ISODateWithMs);
@@ -302,10 +358,23 @@ ReadResult parse(const QByteArray &bytes, const QString &fileName, SettingsStore
                 throw Failure{QStringLiteral("%1 has a wrong final record").arg(where)};
             }
             result.tests.append(std::move(saved));
+            columns.append(test.value("intervals"_L1).toObject());
+            counts.append(count);
         }
-    } catch (const Failure &failure) {
-        return {{}, readFailure(fileName, failure.what)};
+    } catch (const Failure &found) {
+        failure = found.what;
     }
+    QList<QString> errors(columns.size());
+    forEachInParallel(columns.size(), bytes.size() - budget, [&](qsizetype t) {
+        result.tests[t].test->resultss = intervalsFromJson(columns.at(t), counts.at(t),
+                                                           QStringLiteral("test %1's intervals").arg(t + 1), errors[t]);
+    });
+    for (const QString &error : std::as_const(errors)) {
+        if (!error.isEmpty())
+            return {{}, readFailure(fileName, error)};
+    }
+    if (!failure.isEmpty())
+        return {{}, readFailure(fileName, failure)};
     return result;
 }
 
