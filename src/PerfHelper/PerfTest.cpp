@@ -390,11 +390,11 @@ bool PerfTest::fillRecord(const QStringList &fields, const PerfResultPtr &record
     return true;
 }
 
-void PerfTest::takeLinkFigures(const QString &text)
+void PerfTest::takeLinkFigures(const QString &text, const QString &tag)
 {
+    const bool peer = tag == kPeerTag;
     for (const QString &line : text.split(QLatin1Char('\n'))) {
-        const bool peer = line.startsWith(kPeerTag);
-        if (!peer && !line.startsWith(kLinkTag))
+        if (!line.startsWith(tag))
             continue;
         const QStringList fields = line.split(kFieldSeparator);
         const int way = tagDirection(fields.at(0));
@@ -478,8 +478,8 @@ void PerfTest::didReceivePerfTestRespnose(const QString &response)
     // Any delegate call may stop or destroy this test.
     QPointer<PerfTest> alive(this);
 
-    if (text.contains(kLinkTag) || text.contains(kPeerTag))
-        takeLinkFigures(text);
+    if (text.contains(kLinkTag))
+        takeLinkFigures(text, kLinkTag);
 
     if (text.contains(QLatin1String("connected to"))) {
         QString address;
@@ -530,6 +530,10 @@ void PerfTest::didReceivePerfTestRespnose(const QString &response)
                 return;
         }
     }
+
+    // The server's figures go into records of this chunk too, and ahead of the totals.
+    if (text.contains(kPeerTag))
+        takeLinkFigures(text, kPeerTag);
 
     if (text.contains(kFinishedTag)) {
         TW_LOG(QStringLiteral("Finished_response From Iperf %1").arg(text));

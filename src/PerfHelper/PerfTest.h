@@ -118,9 +118,9 @@ private:
     // Fills a record from the fields of a result line; false when the
     // interval field holds no "-".
     bool fillRecord(const QStringList &fields, const PerfResultPtr &record) const;
-    // The launcher's LINK_ (this interval's, ahead of its RESULT_ line) and
+    // The launcher's LINK_ (this interval's, ahead of its RESULT_ line) or
     // PEER_ lines (the server's intervals, at the end) of a chunk.
-    void takeLinkFigures(const QString &text);
+    void takeLinkFigures(const QString &text, const QString &tag);
     // A new interval record gets the figures waiting for it; a final record
     // its direction's totals.
     void addLinkFigures(const PerfResultPtr &record, const QString &interval, bool final);

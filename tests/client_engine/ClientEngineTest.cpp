@@ -1,4 +1,5 @@
 #include "common/TestEnvironment.h"
+#include "support/TestPath.h"
 
 #include "PerfHelper/PerfHelper.h"
 #include "PerfHelper/PerfTest.h"
@@ -11,6 +12,7 @@
 
 #include <gtest/gtest.h>
 
+#include <iostream>
 #include <ostream>
 
 #include <optional>
@@ -38,6 +40,7 @@ public:
     QStringList calls;
     QList<PerfResultPtr> records; // of every call that has one
     std::function<void()> onCall; // runs after every call
+    bool link = false;            // records show " d=<direction> r=<retransmits> t=<round trip> l=<lost>/<total>"
 
 private:
     static QString orNil(const QString &text) { return text.isNull() ? QStringLiteral("nil") : text; }
@@ -50,6 +53,8 @@ private:
             text += QLatin1Char(' ') + orNil(r->jitter) + QLatin1Char('|') + orNil(r->lostTotalDataGrams);
         if (r->bandwidthformat != 0)
             text += QStringLiteral(" fmt=%1").arg(r->bandwidthformat);
+        if (link)
+            text += QStringLiteral(" d=%1 r=%2 t=%3 l=%4/%5").arg(r->direction).arg(r->retransmits).arg(r->roundTripMs).arg(r->udpLostDatagrams).arg(r->udpTotalDatagrams);
         add(stamp.isEmpty() ? text : text + stamp + orNil(r->interfaceName));
     }
     void add(const QString &call)
@@ -63,7 +68,8 @@ private:
 // The run settings the parser reads.
 struct Settings
 {
-    qint64 testType = 0, reverse = 0, format = 0, duration = 10;
+    qint64 testType = 0, reverse = 0, format = 0, duration = 10, twoWay = 0;
+    bool link = false; // show the records' link figures
 };
 
 struct ParserCase
@@ -90,6 +96,8 @@ TEST_P(Parser, DelegateCallsInOrder)
     test.reverse = c.settings.reverse;
     test.bandwidthformat = c.settings.format;
     test.duration = c.settings.duration;
+    test.twoWay = c.settings.twoWay;
+    recorder.link = c.settings.link;
     test.setDelegate(&recorder);
     if (c.stoppedFirst)
         test.stop();
@@ -97,7 +105,7 @@ TEST_P(Parser, DelegateCallsInOrder)
         test.didReceivePerfTestRespnose(chunk);
     if (c.rest)
         test.processDidEnd(c.rest->first, c.rest->second);
-    EXPECT_EQ(recorder.calls, c.calls);
+    EXPECT_EQ(recorder.calls.join(u'\n').toStdString(), c.calls.join(u'\n').toStdString());
     EXPECT_EQ(test.hasTestFinished(), c.decided);
 }
 
@@ -156,6 +164,23 @@ INSTANTIATE_TEST_SUITE_P(
         ParserCase{"AResultLineEndsTheFinalLines", kTcp,
                    {"x\nFinished_$#0.00-1.00 sec$#5$#40$#sender\nRESULT_$#1.00-2.00 sec$#6$#48$#sender\nFinished_$#0.00-2.00 sec$#7$#56$#receiver\n"},
                    {"interval 1.00-2.00 6 48", "interval 0.00-1.00 5 40", "finished 0.00-1.00 5 40"}, true},
+        // Link figures: this computer's ahead of their record, the server's into the records they fall in
+        // at the end (a short tail into the last), and a final record with its direction's totals.
+        ParserCase{"LinkFiguresJoinTheirRecords", {.reverse = 1, .duration = 2, .link = true},
+                   {"[  5]\nLINK_DOWN$#0.00-1.00 sec$#rtt=41.5\nRESULT_$#0.00-1.00 sec$#1$#8$#receiver\n",
+                    "[  5]\nLINK_DOWN$#1.00-2.00 sec$#rtt=42.5\nRESULT_$#1.00-2.00 sec$#2$#16$#receiver\nPEER_DOWN$#0.00-1.00 sec$#retr=3$#cwnd=9000\nPEER_DOWN$#1.00-2.00 sec$#retr=4\n",
+                    "PEER_DOWN$#2.00-2.04 sec$#retr=1\n", "\niperf Done.\nFinished_$#0.00-2.00 sec$#3$#12$#receiver\n"},
+                   {"interval 0.00-1.00 1 8 d=1 r=-1 t=41.5 l=-1/-1", "interval 1.00-2.00 2 16 d=1 r=-1 t=42.5 l=-1/-1", "interval 0.00-2.00 3 12 d=1 r=8 t=42 l=-1/-1",
+                    "finished 0.00-2.00 3 12 d=1 r=8 t=42 l=-1/-1"}, true},
+        // A two-way test: records of both directions, jitter text on the received ones; done after both receivers.
+        ParserCase{"TwoWayUdpBothDirections", {.testType = 1, .duration = 2, .twoWay = 1, .link = true},
+                   {"x\nRESULT_UP$#0.00-2.00 sec$#1$#8$#sender\nLINK_DOWN$#0.00-2.00 sec$#jitter=0.5$#lost=1$#total=9\nRESULT_DOWN$#0.00-2.00 sec$#2$#16$#0.500 ms$#1/9 (11%)$#receiver\n",
+                    "PEER_UP$#0.00-2.00 sec$#jitter=0.25$#lost=2$#total=8\n",
+                    "\niperf Done.\nFinished_UP$#0.00-2.04 sec$#1$#8$#0.250 ms$#2/8 (25%)$#receiver\nFinished_DOWN$#0.00-2.04 sec$#2$#16$#0.500 ms$#1/9 (11%)$#receiver\n"
+                    "Finished_UP$#0.00-2.00 sec$#1$#8$#0.000 ms$#0/8 (0%)$#sender\n"},
+                   {"interval 0.00-2.00 1 8 d=0 r=-1 t=-1 l=-1/-1", "interval 0.00-2.00 2 16 0.500 ms|1/9 (11%) d=1 r=-1 t=-1 l=1/9",
+                    "interval 0.00-2.04 1 8 0.250 ms|2/8 (25%) d=0 r=-1 t=-1 l=2/8", "interval 0.00-2.04 2 16 0.500 ms|1/9 (11%) d=1 r=-1 t=-1 l=1/9",
+                    "finished 0.00-2.04 2 16 0.500 ms|1/9 (11%) d=1 r=-1 t=-1 l=1/9"}, true},
         ParserCase{"DecidedTestIgnoresLaterChunks", kTcp3s, {kTcpFinal3s, kOne, "iperf3: error - late\n"},
                    {"interval 0.00-3.00 1000 8000", "finished 0.00-3.00 1000 8000"}, true},
         ParserCase{"ErrorFailsWithTheWholeChunk", kTcp, {"iperf3: error - unable to connect to server: Connection refused\n"},
@@ -382,6 +407,59 @@ TEST_F(EndToEnd, RunsEndAsTheirServersAnswerOrTheUserStops)
     never.stopTest();
     never.runTest();
     EXPECT_EQ(never.test().processId(), 0);
+}
+
+} // namespace
+
+namespace {
+
+// Real tests through the engine over rate-limited paths side by side: four streams over 100 Mbit/s
+// give one record per interval, their sum, within 10 % of the rate's payload; a two-way test over 50 Mbit/s
+// up and 20 Mbit/s down gives records of both directions, each averaging within 10 % of its; every interval
+// record has its round-trip time and, once the test has ended, its sender's retransmits.
+TEST_F(EndToEnd, ParallelStreamsAndTwoWayTests)
+{
+    const TestPath wide("ps", 0, 100, 100), uneven("tw", 0, 50, 20);
+    if (!wide.ready || !uneven.ready)
+        GTEST_SKIP() << "cannot build the paths (needs root)";
+    CallRecorder streams, twoWay;
+    std::vector<std::unique_ptr<QProcess>> servers;
+    QList<PerfHelperPtr> helpers;
+    for (const auto &[path, recorder] : {std::pair{&wide, &streams}, {&uneven, &twoWay}}) {
+        servers.emplace_back(std::make_unique<QProcess>())->start("ip", {"netns", "exec", path->far.name, "iperf3", "-s", "-1", "-p", "5201"});
+        ASSERT_TRUE(waitUntil([&] { QString out; return TestNamespace::run({"ip", "netns", "exec", path->far.name, "ss", "-Htln", "sport = :5201"}, &out) && !out.isEmpty(); }, 5s));
+        auto helper = helpers.emplace_back(std::make_shared<PerfHelper>(m_store));
+        helper->setDelegate(recorder);
+        helper->serverIP = QStringLiteral("10.213.2.1");
+        helper->serverPort = 5201;
+        helper->duration = 5;
+        helper->stats_interval = 1;
+        helper->bufferLength = 128;
+        helper->reverse = 1; // a two-way test goes both ways all the same
+        (path == &wide ? helper->parallelStreams : helper->twoWay) = path == &wide ? 4 : 1;
+        path->fromNear([&] { helper->runTest(); });
+    }
+    EXPECT_EQ(helpers[0]->test().iperfOptions().mid(4), (QStringList{"-R", "-P4", "-t5", "-i1"}));
+    EXPECT_EQ(helpers[1]->test().iperfOptions().mid(4), (QStringList{"--bidir", "-t5", "-i1"}));
+    ASSERT_TRUE(waitUntil([&] { return !streams.calls.isEmpty() && streams.calls.last().startsWith("fin") && twoWay.calls.last().startsWith("fin"); }, 20s))
+        << streams.calls.join('\n').toStdString() << twoWay.calls.join('\n').toStdString();
+    const auto average = [](const CallRecorder &recorder, qint64 direction, double rate) {
+        double sum = 0;
+        int count = 0;
+        for (const PerfResultPtr &r : recorder.records) {
+            if (r->direction == direction && r->endTime.toDouble() - r->startTime.toDouble() < 1.5) { // the final records apart
+                sum += r->sentBandwidth, ++count;
+                EXPECT_TRUE(r->retransmits >= 0 && r->roundTripMs > 0) << r->retransmits << " " << r->roundTripMs << recorder.calls.join('\n').toStdString();
+            }
+        }
+        EXPECT_EQ(count, 5) << recorder.calls.join('\n').toStdString();
+        std::cout << "direction " << direction << ": " << sum / count / 1e6 << " Mbit/s over " << rate / 1e6 << "\n"; // the figures, for the record
+        // The rate counts whole frames: of each 1514 bytes, 1448 are TCP payload.
+        EXPECT_NEAR(sum / count / (rate * 1448 / 1514), 1.0, 0.1) << recorder.calls.join('\n').toStdString();
+    };
+    average(streams, 1, 100e6);
+    average(twoWay, 0, 50e6);
+    average(twoWay, 1, 20e6);
 }
 
 } // namespace

@@ -10,7 +10,7 @@
 
 // A path between two namespaces of the test's own: "near" (10.213.1.1, where the client runs) and
 // "far" (10.213.2.1), routed through a third whose delay line holds every packet `delayMs`. Each
-// direction may have a tbf rate (Mbit/s, 0: none); nftables at both ends drop the given share of
+// direction may have a rate (Mbit/s, 0: none); nftables at both ends drop the given share of
 // arriving TCP data segments and of UDP data datagrams (iperf3's small handshakes pass).
 struct TestPath
 {
@@ -28,8 +28,15 @@ struct TestPath
                             + "m up;tuntap add dev tpd mode tun;link set tpd up;rule add iif " + a + "m lookup 100;rule add iif " + b
                             + "m lookup 100;route add default dev tpd table 100");
         ready = ready && failed.isEmpty() && inside(middle, {"sysctl", "-qw", "net.ipv4.ip_forward=1", "net.ipv4.conf.all.rp_filter=0", "net.ipv4.conf.tpd.rp_filter=0"});
-        for (const auto &[device, mbit] : {std::pair{b + "m", upMbit}, {a + "m", downMbit}})
-            ready = ready && (mbit == 0 || inside(middle, {"tc", "qdisc", "add", "dev", device, "root", "tbf", "rate", QString::number(mbit) + "mbit", "burst", "64kb", "latency", "20ms"}));
+        // The rate (htb) lets small packets (the other direction's acknowledgements) go first, as
+        // otherwise a two-way test's ACKs queue behind the other direction's data.
+        for (const auto &[device, mbit] : {std::pair{b + "m", upMbit}, {a + "m", downMbit}}) {
+            const QString tc = QStringLiteral("tc qdisc add dev %1 root handle 1: htb default 2;tc class add dev %1 parent 1: classid 1:9 htb rate %2mbit;"
+                                              "tc class add dev %1 parent 1:9 classid 1:1 htb rate 1mbit ceil %2mbit prio 0;tc class add dev %1 parent 1:9 classid 1:2 htb rate %2mbit prio 1;"
+                                              "tc filter add dev %1 parent 1: protocol ip prio 1 u32 match u16 0 0xff80 at 2 flowid 1:1").arg(device).arg(mbit);
+            for (const QString &command : mbit == 0 ? QStringList() : tc.split(u';'))
+                ready = ready && inside(middle, command.split(u' '));
+        }
         const QString drop = QStringLiteral("add table inet loss; add chain inet loss input { type filter hook input priority 0; };"
                                             "add rule inet loss input meta l4proto tcp ip length > 200 numgen random mod 100 < %1 drop;"
                                             "add rule inet loss input meta l4proto udp udp length > 100 numgen random mod 100 < %2 drop").arg(tcpLossPercent).arg(udpLossPercent);
