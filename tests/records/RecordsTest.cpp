@@ -256,6 +256,7 @@ TEST_F(ResultsFileTest, ASaveThatCannotCompleteLeavesTheEarlierFileAsItWas)
     // A file system of 64 KiB in a mount namespace of this test's own, too small for a second copy.
     ASSERT_TRUE(::unshare(CLONE_NEWNS) == 0 && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0);
     ASSERT_EQ(::mount("tw", dir.path().toUtf8(), "tmpfs", 0, "size=64k"), 0);
+    const std::unique_ptr<QTemporaryDir, void (*)(QTemporaryDir *)> unmount(&dir, [](QTemporaryDir *d) { ::umount2(d->path().toUtf8(), MNT_DETACH); });
     const QString path = dir.filePath(u"kept.tidewave.json"_s);
     QList<SavedTest> one = tests().mid(1, 1), many = tests();
     ASSERT_EQ(ResultsFile::write(path, one, u"T"_s), QString());
@@ -264,7 +265,6 @@ TEST_F(ResultsFileTest, ASaveThatCannotCompleteLeavesTheEarlierFileAsItWas)
     EXPECT_EQ(ResultsFile::write(path, many, u"T"_s).toStdString(), "Could not save \"kept.tidewave.json\": No space left on device.");
     EXPECT_EQ(ResultsFile::read(path, store).tests.size(), 1);
     EXPECT_EQ(QDir(dir.path()).entryList(QDir::Files).join(u' ').toStdString(), "kept.tidewave.json");
-    ::umount2(dir.path().toUtf8(), MNT_DETACH);
 }
 
 } // namespace
