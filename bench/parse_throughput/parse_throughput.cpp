@@ -1,8 +1,10 @@
 // Feeds the client output parser a 10,000-interval stream chunk by chunk and
 // prints what one chunk costs. The stream repeats the interval chunk of a
 // capture from the launcher (tests/data/client-tcp-3s.txt) with advancing
-// times, then the capture's final block; each chunk is decoded from bytes as
-// the engine does with what it reads from the pipe.
+// times (and the launcher's LINK_ line of link figures, unless
+// TIDEWAVE_BENCH_NO_LINK_LINES is set), then the capture's final block; each
+// chunk is decoded from bytes as the engine does with what it reads from the
+// pipe.
 
 #include "PerfHelper/PerfHelper.h"
 #include "PerfHelper/PerfTest.h"
@@ -71,6 +73,9 @@ QByteArrayList buildStream(const QByteArrayList &capture)
     }
     if (pattern.isEmpty() || finalStart < 0)
         return {};
+    // The launcher now writes each interval's link figures ahead of its tag.
+    if (qEnvironmentVariableIsEmpty("TIDEWAVE_BENCH_NO_LINK_LINES"))
+        pattern.replace("RESULT_", "LINK_UP$#1.00-2.00 sec$#retr=32$#cwnd=1698693$#rtt=0.041\nRESULT_");
     QByteArrayList stream;
     stream << capture.first(); // connection line
     for (int i = 0; i < kIntervals; ++i)

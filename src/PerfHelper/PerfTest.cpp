@@ -28,7 +28,8 @@ constexpr qint64 kMaxStreams = 16;
 
 // Counts add up (a server's short tail interval joins the record it follows);
 // a level is kept from the first interval that gave one.
-void addFigures(PerfResult &to, const PerfResult &from)
+template <typename To, typename From>
+void addFigures(To &to, const From &from)
 {
     const auto add = [](qint64 &sum, qint64 value) {
         if (value >= 0)
@@ -46,18 +47,13 @@ void addFigures(PerfResult &to, const PerfResult &from)
 }
 
 // The direction a tag names: "…UP" 0, "…DOWN" 1, none -1.
-int tagDirection(const QString &tag)
+int tagDirection(QStringView tag)
 {
     if (tag.endsWith(QLatin1String("UP")))
         return 0;
     return tag.endsWith(QLatin1String("DOWN")) ? 1 : -1;
 }
 
-// The start of an interval field, "2.00-3.00 sec" -> 2.
-double intervalStart(const QString &field)
-{
-    return field.section(QLatin1Char('-'), 0, 0).trimmed().toDouble();
-}
 
 // Undecodable bytes give no text at all (a null QString), which the parser
 // ignores.
@@ -393,21 +389,29 @@ bool PerfTest::fillRecord(const QStringList &fields, const PerfResultPtr &record
 void PerfTest::takeLinkFigures(const QString &text, const QString &tag)
 {
     const bool peer = tag == kPeerTag;
-    for (const QString &line : text.split(QLatin1Char('\n'))) {
-        if (!line.startsWith(tag))
+    for (qsizetype at = text.indexOf(tag); at >= 0; at = text.indexOf(tag, at + 1)) {
+        if (at > 0 && text.at(at - 1) != QLatin1Char('\n'))
             continue;
-        const QStringList fields = line.split(kFieldSeparator);
-        const int way = tagDirection(fields.at(0));
-        if (fields.size() < 3 || way < 0)
-            continue;
-        PerfResult figures;
-        for (const QString &field : fields.mid(2)) {
-            const QString key = field.section(QLatin1Char('='), 0, 0);
-            const QString value = field.section(QLatin1Char('='), 1);
-            bool ok = false;
-            const double number = value.toDouble(&ok);
-            if (!ok || number < 0)
+        const qsizetype end = text.indexOf(QLatin1Char('\n'), at);
+        int index = 0;
+        int way = -1;
+        QStringView interval;
+        LinkFigures figures;
+        for (const QStringView field : QStringView(text).mid(at, end < 0 ? -1 : end - at).tokenize(kFieldSeparator)) {
+            if (index++ == 0) {
+                way = tagDirection(field);
                 continue;
+            }
+            if (index == 2) {
+                interval = field.trimmed();
+                continue;
+            }
+            const qsizetype equals = field.indexOf(QLatin1Char('='));
+            bool ok = false;
+            const double number = field.mid(equals + 1).toDouble(&ok);
+            if (equals < 0 || !ok || number < 0)
+                continue;
+            const QStringView key = field.left(equals);
             if (key == QLatin1String("retr"))
                 figures.retransmits = qint64(number);
             else if (key == QLatin1String("cwnd"))
@@ -421,8 +425,10 @@ void PerfTest::takeLinkFigures(const QString &text, const QString &tag)
             else if (key == QLatin1String("total"))
                 figures.udpTotalDatagrams = qint64(number);
         }
+        if (way < 0 || index < 3)
+            continue;
         if (!peer) {
-            addFigures(m_waitingFigures[QString::number(way) + trimBlanks(fields.at(1))], figures);
+            addFigures(m_waitingFigures[QString::number(way) + interval.toString()], figures);
             continue;
         }
         // The server's interval joins this computer's record it falls in
@@ -430,8 +436,9 @@ void PerfTest::takeLinkFigures(const QString &text, const QString &tag)
         const PerfResultList &records = m_intervalRecords[way];
         if (records.isEmpty())
             continue;
-        const QString interval = trimBlanks(QString(fields.at(1)).remove(QLatin1String("sec")));
-        const double middle = (intervalStart(interval) + interval.section(QLatin1Char('-'), 1).toDouble()) / 2;
+        const QStringView times = interval.left(interval.indexOf(QLatin1Char(' ')));
+        const qsizetype dash = times.indexOf(QLatin1Char('-'), 1);
+        const double middle = (times.left(dash).toDouble() + times.mid(dash + 1).toDouble()) / 2;
         PerfResultPtr into = records.first();
         for (const PerfResultPtr &record : records) {
             if (record->startTime.toDouble() <= middle)
@@ -452,7 +459,7 @@ void PerfTest::addLinkFigures(const PerfResultPtr &record, const QString &interv
         records << record;
         return;
     }
-    PerfResult totals;
+    LinkFigures totals;
     double rttSum = 0;
     int rttCount = 0;
     for (const PerfResultPtr &r : records) {

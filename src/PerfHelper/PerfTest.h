@@ -135,8 +135,14 @@ private:
     bool m_hasReceivediPerfResponse = false;
     bool m_hasTestFinished = false;
     PerfResultPtr m_result;
+    // One interval's link figures, as in PerfResult.
+    struct LinkFigures
+    {
+        qint64 retransmits = -1, congestionWindow = -1, udpLostDatagrams = -1, udpTotalDatagrams = -1;
+        double roundTripMs = -1, udpJitterMs = -1;
+    };
     // LINK_ figures by direction and interval text, until their record comes.
-    QHash<QString, PerfResult> m_waitingFigures;
+    QHash<QString, LinkFigures> m_waitingFigures;
     // The interval records reported, by direction (0 up, 1 down).
     PerfResultList m_intervalRecords[2];
 };
