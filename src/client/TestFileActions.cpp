@@ -99,7 +99,11 @@ QString TestFileActions::applicationName()
 
 QString TestFileActions::chooseSavePath(const QString &title, const QString &filter, const QString &suffix)
 {
-    QString path = QFileDialog::getSaveFileName(m_dialogParent, title, m_folder, filter);
+    // The shown test's label names the file unless the user types another name.
+    const PerfHelperPtr shown = m_detailView.perfHelper();
+    QString name = shown && !shown->testLabel.trimmed().isEmpty() ? shown->testLabel.trimmed() : tr("Tests");
+    name.replace(QLatin1Char('/'), QLatin1Char('-'));
+    QString path = QFileDialog::getSaveFileName(m_dialogParent, title, QDir(m_folder).filePath(name + suffix), filter);
     if (path.isEmpty())
         return path;
     if (!path.endsWith(suffix, Qt::CaseInsensitive))
