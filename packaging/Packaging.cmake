@@ -19,5 +19,5 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_STRIP_FILES TRUE)
 # Libraries come from the shared-library scan; these are the tools run as
 # child processes, which no scan can see.
-set(CPACK_DEBIAN_PACKAGE_DEPENDS "iperf3, avahi-daemon, psmisc, espeak-ng")
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "iperf3, avahi-daemon, psmisc, espeak-ng, qt6-wayland")
 include(CPack)

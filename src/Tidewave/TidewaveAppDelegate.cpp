@@ -14,6 +14,7 @@
 #include "shell/NotificationCenter.h"
 #include "shell/SettingsStore.h"
 #include "ui/DiscoveryWindow.h"
+#include "ui/LayoutMemory.h"
 #include "ui/TidewaveMainTabSet.h"
 #include "ui/TidewaveMainView.h"
 #include "ui/TidewaveMainWindow.h"
@@ -66,6 +67,7 @@ void TidewaveAppDelegate::launch()
     // killall sweeps up whatever is left.
     if (QCoreApplication *app = QCoreApplication::instance())
         connect(app, &QCoreApplication::aboutToQuit, this, &TidewaveAppDelegate::applicationWillTerminate);
+    LayoutMemory::restore(m_window.get(), SettingsStore::standard());
     m_window->show();
     applicationDidFinishLaunching();
 }
@@ -190,6 +192,8 @@ void TidewaveAppDelegate::applicationWillTerminateNotification()
     if (m_terminated)
         return;
     m_terminated = true;
+    if (m_window)
+        LayoutMemory::save(m_window.get(), SettingsStore::standard());
     if (m_serverTab)
         m_serverTab->terminate();
     applicationWillTerminate();

@@ -4,6 +4,8 @@
 #include "shell/PlainText.h"
 
 #include <QChart>
+#include <QFontMetricsF>
+#include <QtMath>
 #include <QLegend>
 #include <QLineSeries>
 #include <QLinearGradient>
@@ -42,12 +44,13 @@ QPen hairline(QColor color, double opacity, double width)
 }
 
 // A major tick spacing of 1, 2 or 5 times a power of ten giving about eight
-// intervals over the range: Qt's stand-in for automatic labelling.
-double niceInterval(double length)
+// intervals over the range, or fewer where fewer labels fit (`most`): Qt's
+// stand-in for automatic labelling.
+double niceInterval(double length, int most = 8)
 {
     if (length <= 0)
         return 1;
-    const double rough = length / 8.0;
+    const double rough = length / std::clamp(most, 1, 8);
     const double magnitude = std::pow(10.0, std::floor(std::log10(rough)));
     const double residual = rough / magnitude;
     const double step = residual <= 1 ? 1 : residual <= 2 ? 2 : residual <= 5 ? 5 : 10;
@@ -99,6 +102,8 @@ SpeedGraph::SpeedGraph(Look look, QWidget *parent)
         styleStandalone();
     setXRange(0, 1);
     setYRange(0, 10);
+    // The plot's height decides how many y labels fit.
+    connect(m_chart, &QChart::plotAreaChanged, this, [this] { setYRange(m_yStart, m_yLength); });
 }
 
 void SpeedGraph::styleDetail()
@@ -239,7 +244,21 @@ void SpeedGraph::setYRange(double location, double length)
 {
     m_yStart = location;
     m_yLength = length;
-    applyRange(m_yAxis, location, location + length, niceInterval(length));
+    applyRange(m_yAxis, location, location + length, niceInterval(length, yLabelsThatFit()));
+}
+
+int SpeedGraph::yLabelsThatFit() const
+{
+    const double height = m_chart->plotArea().height();
+    if (height <= 0)
+        return 8; // not laid out yet
+    // Labels are turned, so each one takes the height of its turned box;
+    // the axis drops any label that would touch the one below it.
+    const QFontMetricsF metrics(m_yAxis->labelsFont());
+    const double turn = qDegreesToRadians(std::abs(m_yAxis->labelsAngle()));
+    const double widest = metrics.horizontalAdvance(QString::number(qint64(m_yStart + m_yLength)));
+    const double each = widest * std::sin(turn) + metrics.height() * std::cos(turn) + 4;
+    return int(std::floor(height / each));
 }
 
 double SpeedGraph::xRangeStart() const

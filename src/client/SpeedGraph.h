@@ -78,6 +78,7 @@ public:
     SpeedPlotItem *plotItem() const { return m_plot; }
 
 private:
+    int yLabelsThatFit() const;
     void styleDetail();
     void styleStandalone();
     void applyXTicks();

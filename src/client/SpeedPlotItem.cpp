@@ -15,8 +15,9 @@ SpeedPlotItem::SpeedPlotItem(QChart *chart, QValueAxis *xAxis, QValueAxis *yAxis
     , m_yAxis(yAxis)
     , m_rect(chart->plotArea())
 {
-    // Above the grid lines.
-    setZValue(10);
+    // Above the grid lines (Qt Charts draws them at 2), below the axis lines
+    // and labels (3), so the fill never hides the x axis.
+    setZValue(2.5);
     QObject::connect(chart, &QChart::plotAreaChanged, chart, [this] { geometryChanged(); });
     QObject::connect(xAxis, &QValueAxis::rangeChanged, chart, [this] { update(); });
     QObject::connect(yAxis, &QValueAxis::rangeChanged, chart, [this] { update(); });

@@ -45,9 +45,13 @@ TestInformationView::TestInformationView(QWidget *parent, SettingsStore *store)
     m_ui->perfResultView->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
     m_ui->perfResultView->horizontalHeader()->setSectionResizeMode(QHeaderView::Interactive);
     m_ui->perfResultView->horizontalHeader()->setDefaultSectionSize(110);
+    // Widths follow the rows in view, not every row of a long test.
+    m_ui->perfResultView->horizontalHeader()->setResizeContentsPrecision(0);
 
-    m_ui->detailSplitter->setStretchFactor(0, 3);
-    m_ui->detailSplitter->setStretchFactor(1, 2);
+    // The graph takes what the window gives; the settings and the table
+    // below keep their height.
+    m_ui->detailSplitter->setStretchFactor(0, 1);
+    m_ui->detailSplitter->setStretchFactor(1, 0);
     auto *graphLayout = new QVBoxLayout(m_ui->graphHost);
     graphLayout->setContentsMargins(0, 0, 0, 0);
     m_graph = new SpeedGraph(SpeedGraph::Look::Detail, m_ui->graphHost);
@@ -72,7 +76,7 @@ void TestInformationView::addNoteEditor()
     m_note->setEnabled(false);
     const int row = m_ui->settingsLayout->rowCount();
     m_ui->settingsLayout->addWidget(caption, row, 0, Qt::AlignTop);
-    m_ui->settingsLayout->addWidget(m_note, row, 1);
+    m_ui->settingsLayout->addWidget(m_note, row, 1, 1, 3);
     connect(m_note, &QPlainTextEdit::textChanged, this, [this] {
         if (m_list && m_perfHelper)
             m_list->setNote(m_perfHelper.get(), m_note->toPlainText());
@@ -159,7 +163,19 @@ void TestInformationView::updateView()
     }
     updateGraphAxis();
     m_model->reloadData();
+    widenColumnsToContents();
     reloadGraphData();
+}
+
+void TestInformationView::widenColumnsToContents()
+{
+    // No column hides part of a figure (a rate in Kbps runs long); one the
+    // user made wider stays so.
+    QTableView *table = m_ui->perfResultView;
+    const QAbstractItemView *view = table; // where the width a column's text needs is public
+    for (int column = 0; column < m_model->columnCount(); ++column)
+        if (!table->isColumnHidden(column))
+            table->setColumnWidth(column, std::max(table->columnWidth(column), view->sizeHintForColumn(column)));
 }
 
 void TestInformationView::clearView()

@@ -89,6 +89,7 @@ public:
     static const QStringList &initiallyHiddenColumns();
 
 private:
+    void widenColumnsToContents();
     void awakeFromNib();
     void addNoteEditor();
     void showComparison();

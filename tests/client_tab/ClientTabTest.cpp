@@ -382,7 +382,7 @@ QString look(const SpeedGraph &graph)
 TEST(SpeedGraph, DetailIsLightStandaloneIsDarkAndLineAndAreaAreDrawnInTheirColours)
 {
     EXPECT_EQ(look(SpeedGraph(SpeedGraph::Look::Detail)), "#ffffff #ffffff 1 8,30,8,15 #a0a0a4 14 0 1 [#bfa0a0a4/0c #1aa0a0a4/0c #ff808080/1.4 #808080 #808080 %d 14 14 9 0 1 0 0 0] "
-                                                          "[#bfa0a0a4/0c #1aa0a0a4/0c #ff808080/1.4 #808080 #808080 %d 14 14 4 -54 1 0 0 0] #ff559dd9/2 #ffffffff 3 10");
+                                                          "[#bfa0a0a4/0c #1aa0a0a4/0c #ff808080/1.4 #808080 #808080 %d 14 14 4 -54 1 0 0 0] #ff559dd9/2 #ffffffff 3 2.5");
     TempStore settings; // the standalone graph view: dark, with the stored axes and its own points on every show
     for (const auto &[key, value] : {std::pair{"testDuration", "20"}, {"statsInterval", "2"}, {"graphMaxSpeed", "300"}})
         settings.store.setObject(value, key);
@@ -390,7 +390,7 @@ TEST(SpeedGraph, DetailIsLightStandaloneIsDarkAndLineAndAreaAreDrawnInTheirColou
     view.plotData = {{{"x", 1}, {"y", 5.5}}, {{"x", 2}, {"y", 7}}};
     const SpeedGraph *standalone = (view.show(), view.graph());
     EXPECT_EQ(look(*standalone), "#000000 #000000 0 8,30,8,15 #ffffff -1 0 1 [#bfffffff/0.75c #1affffff/0.25c #ff86878c/2 #ffffff #ffffff %d -1 -1 2 0 1 0 0 0] "
-                                 "[#bfffffff/0.75c #1affffff/0.25c #ff86878c/2 #ffffff #ffffff %d -1 -1 4 -45 1 0 0 0] #ff00ff00/2 #80ffffff 3 10");
+                                 "[#bfffffff/0.75c #1affffff/0.25c #ff86878c/2 #ffffff #ffffff %d -1 -1 4 -45 1 0 0 0] #ff00ff00/2 #80ffffff 3 2.5");
     EXPECT_EQ(standalone->xAxisTitle() + "|" + standalone->yAxisTitle() + "|" + points(*standalone) + "|" + QString::number(standalone->xMinorTicksPerInterval())
                   + QString::number(standalone->xRangeLength() * standalone->yRangeLength()), "Test Duration (20), (Stats Interval = 2)|Speed (Mbps)|1,5.5 2,7|26300");
     for (const auto &[kind, lineColour] : {std::pair{SpeedGraph::Look::Detail, QColor::fromRgbF(0.3333f, 0.6157f, 0.8510f)},
