@@ -455,6 +455,8 @@ void ClientTab::runClient()
     m_services.scheduler->schedule(std::chrono::seconds(delay), this, [this] { timeOutAction(); });
 
     m_listModel->insertTestAtFront(m_perfHelper);
+    // The list's highlight follows the test the view switches to.
+    m_listController->selectRow(0);
     m_testInfoView->setPerfHelper(m_perfHelper);
     m_testInfoView->updateView();
     m_testInfoView->resetGraph();

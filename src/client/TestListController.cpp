@@ -72,7 +72,7 @@ void TestListController::attach(QTableView *table)
 void TestListController::tableViewSelectionDidChange(int selectedRow)
 {
     const PerfHelperPtr test = m_model.testAt(selectedRow);
-    if (selectedRow < 0 || !test)
+    if (selectedRow < 0 || !test || m_removing)
         return;
     m_detailView.setPerfHelper(test);
     test->index = selectedRow;
@@ -92,7 +92,14 @@ void TestListController::removeTest(int clickedRow)
         return;
     }
     // The row the test was last selected at is compared, not the test shown.
-    if (test->index == clickedRow)
+    const bool shown = test->index == clickedRow;
+    if (shown)
         m_detailView.clearView();
+    // Qt moves the selection to a neighbour of a removed row; the view stays
+    // empty all the same, and nothing is left highlighted.
+    m_removing = true;
     m_model.removeTestAt(clickedRow);
+    if (shown && m_table)
+        m_table->clearSelection();
+    m_removing = false;
 }

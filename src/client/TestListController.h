@@ -36,10 +36,12 @@ public:
 
     TestFileActions *fileActions() const { return m_files; }
 
+    // Selects the row as a click would (the view follows).
+    void selectRow(int row);
+
 private:
     // Two or more ticked tests are compared in the graph; fewer end it.
     void updateComparison();
-    void selectRow(int row);
 
     TestListModel &m_model;
     TestInformationView &m_detailView;
@@ -47,4 +49,5 @@ private:
     QPointer<QWidget> m_alertParent;
     QPointer<QTableView> m_table;
     TestFileActions *m_files;
+    bool m_removing = false; // a removal's own selection changes are not the person's
 };

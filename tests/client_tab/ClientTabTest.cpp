@@ -261,6 +261,12 @@ TEST_F(ClientTabTest, TimeOutStopsOnlyARunStillWithoutDataAndStopAndFailuresEndT
         EXPECT_EQ(messages.texts.last() + state() + QString::number(tab->testResultsArray().first()->isTestRunning + stopped.size()),
                   "Unable to perform test.." + (why.isNull() ? "(null)" : why) + "Run Test1103");
     }
+    // The list highlights the newest test, the one shown; deleting it leaves nothing shown or highlighted, though Qt
+    // would move the selection to its neighbour.
+    const QItemSelectionModel *highlight = w<QTableView>("listTestView")->selectionModel();
+    EXPECT_EQ(highlight->selectedRows().value(0).row(), 0);
+    tab->removeTest(0);
+    EXPECT_EQ(labels(*tab->testInfoView()) + QString::number(highlight->selectedRows().size()), "|||||||||1000");
 }
 
 TEST(IntervalTable, EachColumnShowsTheRecordInItsOwnUnits)
