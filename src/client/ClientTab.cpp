@@ -19,6 +19,7 @@
 #include <QApplication>
 #include <QButtonGroup>
 #include <QThread>
+#include <QTimer>
 #include <QVBoxLayout>
 
 namespace {
@@ -84,6 +85,10 @@ void ClientTab::configureControls()
     m_ui->testType->addItem(QStringLiteral("TCP"), 0);
     m_ui->testType->addItem(QStringLiteral("UDP"), 1);
     m_ui->progressIndicator->setVisible(false);
+    m_ui->progressText->setVisible(false);
+    m_progressTimer = new QTimer(this);
+    m_progressTimer->setInterval(500);
+    connect(m_progressTimer, &QTimer::timeout, this, &ClientTab::showProgress);
     m_ui->runClient->setText(kRunTitle);
 
     m_listController->attach(m_ui->listTestView);
@@ -326,6 +331,13 @@ void ClientTab::setControlsEnabled(bool enabled)
 
 void ClientTab::ShowSpinner()
 {
+    // How far the run is, beside the spinner: a long test is long for a
+    // spinner alone.
+    m_runDuration = storedInteger(QStringLiteral("testDuration"));
+    m_runClock.start();
+    showProgress();
+    m_progressTimer->start();
+    m_ui->progressText->setVisible(true);
     m_ui->progressIndicator->setVisible(true);
     m_ui->runClient->setText(kStopTitle);
     setControlsEnabled(false);
@@ -334,9 +346,17 @@ void ClientTab::ShowSpinner()
 void ClientTab::HideSpinner()
 {
     m_ui->searchTargetServer->setEnabled(true);
+    m_progressTimer->stop();
+    m_ui->progressText->setVisible(false);
     m_ui->progressIndicator->setVisible(false);
     m_ui->runClient->setText(kRunTitle);
     setControlsEnabled(true);
+}
+
+void ClientTab::showProgress()
+{
+    const qint64 elapsed = std::min(m_runClock.elapsed() / 1000, m_runDuration);
+    m_ui->progressText->setText(tr("%1 of %2 s").arg(elapsed).arg(m_runDuration));
 }
 
 // ---- Notifications ---------------------------------------------------------

@@ -5,6 +5,7 @@
 #include "client/ClientTabServices.h"
 #include "records/PerfResult.h"
 
+#include <QElapsedTimer>
 #include <QList>
 #include <QPointer>
 #include <QVariantMap>
@@ -14,6 +15,7 @@
 
 class QAction;
 class QButtonGroup;
+class QTimer;
 class TestInformationView;
 class TestListController;
 class TestListModel;
@@ -113,6 +115,7 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
+    void showProgress();
     void configureControls();
     void connectActions();
     void setCaptionsForFormat(bool kilo);
@@ -138,6 +141,9 @@ private:
     TestInformationView *m_testInfoView;
     QPointer<QWidget> m_serversWindow;
     std::shared_ptr<WiFiInterface> m_currentInterface;
+    QTimer *m_progressTimer = nullptr;          // refreshes the elapsed time while a run lasts
+    QElapsedTimer m_runClock;
+    qint64 m_runDuration = 0;                   // seconds the running test was asked to last
     PerfHelperPtr m_perfHelper;
     PerfHelperPtr m_firstTest;
 };

@@ -234,9 +234,10 @@ TEST_F(ClientTabTest, ARunShowsItsSettingsStampsWiFiResultsAndFillsListTableAndG
     EXPECT_EQ(table->index(2, 9).data().toString() + table->index(2, 3).data().toString() + table->index(0, 3).data().toString() + QString::number(graph->pointCount()), "47Harbour4");
     QSignalSpy ended(tab.get(), &ClientTab::testEnded);
     tab->testFinished(PerfResultPtr()); // a finish without a record is no end
-    const QString during = state();
+    const QString during = state() + w<QLabel>("progressText")->text();
     tab->testFinished(final);
-    EXPECT_EQ(during + (ended.size() == 1 ? ended.first().at(0).toString() + "|" + ended.first().at(1).toString() : QString::number(ended.size())), "Stop Test001TCP Test|93456.79 Kbps");
+    EXPECT_EQ(during + (ended.size() == 1 ? ended.first().at(0).toString() + "|" + ended.first().at(1).toString() : QString::number(ended.size())) + QString::number(w<QLabel>("progressText")->isVisibleTo(tab.get())),
+              "Stop Test0010 of 10 sTCP Test|93456.79 Kbps0");
     EXPECT_TRUE(final->ssidField == "" && !final->ssidField.isNull() && list->index(0, 0).data(Qt::CheckStateRole) == Qt::Unchecked);
     EXPECT_EQ(spoken, QStringList(3, "espeak-ng 93.46 Mbps") << "espeak-ng 93456.79 Kbps");
     EXPECT_EQ(state() + QString::number(tab->perfHelper()->resultss.size()), "Run Test1103"); // the final record is no interval

@@ -119,6 +119,9 @@ TEST(Screens, TheFirstScreenShowsEverythingAtEverySize)
     ClientTab &tab = *app->clientTab();
     tab.findChild<QAbstractButton *>(u"kbpsRadio"_s)->click(); // the longest figures
     startClientTest(tab, u"127.0.0.1"_s, app.port, 5);
+    const QLabel *progress = tab.findChild<QLabel *>(u"progressText"_s);
+    EXPECT_TRUE(waitUntil([&] { return progress->text() == u"2 of 5 s"_s; }, 5s)) << progress->text().toStdString();
+    save(app->window(), u"running"_s);
     ASSERT_TRUE(waitUntil([&] { return !clientRunning(tab); }, 20s));
     TidewaveMainWindow *window = app->window();
     window->mainView()->sohwMessage(u"iperf3: error - unable to start listener for connections: Address already in use\niperf3: exiting"_s);
