@@ -103,6 +103,14 @@ bool isVariant(const RF &field)
     return std::holds_alternative<QVariant PerfResult::*>(field.member);
 }
 
+// Start times are always a list, one per interval, so every file we write
+// takes at least two bytes per interval: a reader may then refuse counts
+// beyond the file's size before making any record.
+bool alwaysListed(const RF &field)
+{
+    return isVariant(field) || field.member == RF::Member(&PerfResult::startTime);
+}
+
 QJsonObject recordToJson(const PerfResult &record)
 {
     QJsonObject object;
@@ -119,7 +127,7 @@ QJsonObject intervalsToJson(const PerfResultList &newestFirst)
     const qsizetype n = newestFirst.size();
     for (const RF &field : kResultFields) {
         columns.insert(field.name, std::visit([&](auto member) -> QJsonValue {
-            if (n && !isVariant(field)) {
+            if (n && !alwaysListed(field)) {
                 const auto &first = newestFirst.last().get()->*member;
                 const bool same = std::all_of(newestFirst.cbegin(), newestFirst.cend(), [&](const PerfResultPtr &r) {
                     return RecordFields::sameValue(r.get()->*member, first);
@@ -164,6 +172,10 @@ PerfResultList intervalsFromJson(const QJsonObject &columns, qsizetype n, const 
         record = std::make_shared<PerfResult>();
     for (const RF &field : kResultFields) {
         const QJsonValue value = columns.value(field.name);
+        if (n && alwaysListed(field) && !value.isArray()) {
+            error = QStringLiteral("%1 has no list of \"%2\"").arg(where, field.name);
+            return {};
+        }
         if (value.isUndefined())
             continue;
         if (value.isArray() && value.toArray().size() != n) {

@@ -234,6 +234,7 @@ TEST_F(ResultsFileTest, ABadFileOpensNothingAndSaysWhichFileAndWhatIsWrongInOneS
         {"a rate as text", edited("\"sentBandwidth\":", "\"sentBandwidth\":\"fast\",\"x\":"), "test 1's intervals has a wrong value for \"sentBandwidth\""},
         {"a float beyond floats", edited("\"sentBytes\":", "\"sentBytes\":1e300,\"x\":"), "test 1's intervals has a wrong value for \"sentBytes\""},
         {"a column of another length", edited("\"intervalCount\":0", "\"intervalCount\":1"), "test 1's intervals holds 0 values of \"ip\" for 1 intervals"},
+        {"start times as one value", edited("\"startTime\":[\"\"]", "\"startTime\":\"\""), "test 2's intervals has no list of \"startTime\""},
         {"more intervals than bytes", edited("\"intervalCount\":0", "\"intervalCount\":99999999"), "test 1 has a wrong interval count"},
         {"a date that is none", edited("\"startDate\":null", "\"startDate\":\"yesterday\""), "test 1 has a wrong start date"},
         {"a final record as a list", edited("\"final\":null", "\"final\":[]"), "test 1 has a wrong final record"},
