@@ -20,6 +20,7 @@
 #include <QTableView>
 #include <QTest>
 #include <QValueAxis>
+#include <QWindow>
 
 #include <gtest/gtest.h>
 
@@ -170,6 +171,16 @@ TEST(Screens, TheNextStartShowsTheWindowAsItWasLeft)
     again->launch();
     waitUntil([&] { return shape(*again.delegate) == left; }, 2s);
     EXPECT_EQ(shape(*again.delegate).join(u' ').toStdString(), left.join(u' ').toStdString());
+}
+
+// A notice is put on screen by the display server in use (exposed, not only shown), and closes by itself.
+TEST(Screens, ANoticeAppearsAndClosesByItself)
+{
+    ProgressWindow *notice = ProgressWindowController::sharedPrgoressWindowController()->window();
+    notice->showWindowWithImage(ProgressWindow::informationImage(), u"Server started on port 5201"_s, 1.5);
+    ASSERT_TRUE(waitUntil([&] { return notice->windowHandle() && notice->windowHandle()->isExposed(); }, 3s));
+    save(notice, u"notice"_s);
+    EXPECT_TRUE(waitUntil([&] { return !notice->isVisible(); }, 4s));
 }
 
 } // namespace
