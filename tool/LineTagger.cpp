@@ -261,10 +261,8 @@ std::string LineTagger::taggedLine(const Report &r) const
 
 // The figures of one interval: "retr", "cwnd" of a TCP sender, "jitter",
 // "lost", "total" of a UDP receiver, "rtt" (ms) of this computer's sockets.
-std::string LineTagger::healthLine(const Report &r, bool peer) const
+std::string LineTagger::healthLine(const Report &r, bool up, std::string_view tag) const
 {
-    // This computer sends when its own line is a sender's, or the server's a receiver's.
-    const bool up = r.sender != peer;
     std::string out;
     auto field = [&out](std::string_view key, const std::string &value) {
         out += kSeparator;
@@ -286,7 +284,7 @@ std::string LineTagger::healthLine(const Report &r, bool peer) const
             field("total", std::to_string(*total));
         }
     }
-    if (!peer && m_options.roundTrip) {
+    if (tag == "LINK_" && m_options.roundTrip) {
         if (const auto ms = m_options.roundTrip(up); ms && std::isfinite(*ms) && *ms >= 0) {
             char text[32];
             std::snprintf(text, sizeof text, "%.3f", *ms);
@@ -295,7 +293,7 @@ std::string LineTagger::healthLine(const Report &r, bool peer) const
     }
     if (out.empty())
         return out;
-    return std::string(peer ? "PEER_" : "LINK_") + (up ? "UP" : "DOWN") + std::string(kSeparator) + std::string(r.interval)
+    return std::string(tag) + (up ? "UP" : "DOWN") + std::string(kSeparator) + std::string(r.interval)
         + " sec" + out + "\n";
 }
 
@@ -313,7 +311,8 @@ std::optional<std::string> LineTagger::tagLine(std::string_view line, std::strin
         return std::nullopt;
     }
     if (m_mode == Mode::Client && line == "iperf Done.") {
-        std::string held = m_heldReceivers + m_heldSenders;
+        std::string held = m_heldTotals + m_heldReceivers + m_heldSenders;
+        m_heldTotals.clear();
         m_heldReceivers.clear();
         m_heldSenders.clear();
         if (held.empty())
@@ -327,6 +326,12 @@ std::optional<std::string> LineTagger::tagLine(std::string_view line, std::strin
     if (r->summary) {
         if (m_mode == Mode::Server)
             return out;
+        // iperf3's totals (a TCP sender's retransmits, a UDP receiver's loss)
+        // can hold a little more than its intervals: what happened after the
+        // last one it reported.
+        // They come with the summary tags, after a normal end only.
+        if (health && (r->retransmits || (r->hasJitter && !r->sender)))
+            m_heldTotals += healthLine(*r, r->way != 0 ? r->way > 0 : m_clientSends, "LINK_TOTAL_");
         (r->sender ? m_heldSenders : m_heldReceivers) += out;
         return std::nullopt;
     }
@@ -334,8 +339,11 @@ std::optional<std::string> LineTagger::tagLine(std::string_view line, std::strin
     if (last == r->interval)
         return std::nullopt;
     last = std::string(r->interval);
+    if (r->way == 0)
+        m_clientSends = r->sender;
+    // This computer sends when its own line is a sender's.
     if (health)
-        *health = healthLine(*r, false);
+        *health = healthLine(*r, r->sender, "LINK_");
     return out;
 }
 
@@ -351,7 +359,8 @@ std::string LineTagger::serverBlockLine(std::string_view line)
     const std::optional<Report> r = report(line, true);
     if (!r || r->summary)
         return {};
-    return healthLine(*r, true);
+    // This computer sends when the server's line is a receiver's.
+    return healthLine(*r, !r->sender, "PEER_");
 }
 
 // A server run with -J sends its report as iperf3's JSON, one member a line:
@@ -443,7 +452,7 @@ std::vector<std::string> LineTagger::writes(std::string_view line)
     std::string figures;
     const auto tagged = tagLine(text, health ? &figures : nullptr);
     if (!tagged) {
-        out.emplace_back(line);
+        out.push_back(std::string(line) + (figures.empty() || line.ends_with('\n') ? "" : "\n") + figures);
         return out;
     }
     std::string both(line);

@@ -20,6 +20,7 @@
 // interval on lines of tags of their own, which the result parsers skip:
 //   LINK_UP$#0.00-1.00 sec$#retr=3$#cwnd=65160$#rtt=40.31     (before the RESULT_ line of that interval)
 //   PEER_DOWN$#0.00-1.00 sec$#retr=2$#cwnd=65160               (the server's own interval, at the end)
+//   LINK_TOTAL_DOWN$#0.00-10.04 sec$#retr=35                    (iperf3's total, with the summary tags)
 // UP: this computer sent the interval's data; DOWN: it received them.
 class LineTagger
 {
@@ -66,7 +67,7 @@ private:
     std::optional<Report> report(std::string_view line, bool server) const;
     std::optional<std::string> tagLine(std::string_view line, std::string *health);
     std::string taggedLine(const Report &r) const;
-    std::string healthLine(const Report &r, bool peer) const;
+    std::string healthLine(const Report &r, bool up, std::string_view tag) const;
     std::string serverBlockLine(std::string_view line);
     std::string serverJsonLine(std::string_view line);
 
@@ -75,12 +76,14 @@ private:
     // Role of interval lines under the most recent column header.
     bool m_intervalsFromSender = false;
     bool m_retrColumn = false; // the header has a "Retr" column
+    bool m_clientSends = true; // as its last interval line said (a summary's role is iperf3's)
     // Each stream's last tagged interval ("[  5]" -> "2.00-3.00"), cleared by
     // a column header.
     std::map<std::string, std::string, std::less<>> m_lastInterval;
     // A client's summary tags until "iperf Done.", receivers' and senders'.
     std::string m_heldReceivers;
     std::string m_heldSenders;
+    std::string m_heldTotals; // LINK_TOTAL_ lines, ahead of the summary tags
     // An empty line, held until the next shows whether it opens the server's
     // output block (which comes with one of its own).
     std::string m_heldBlank;

@@ -139,22 +139,22 @@ void TcpInfoSampler::sample()
     dump(m_netlink, AF_INET, each);
     dump(m_netlink, AF_INET6, each);
     for (int way = 0; way < 2; ++way) {
-        if (count[way] > 0) {
-            m_sumUs[way] += sumUs[way] / static_cast<double>(count[way]);
-            ++m_samples[way];
-        }
+        if (count[way] > 0)
+            m_samplesUs[way].push_back(sumUs[way] / static_cast<double>(count[way]));
     }
 }
 
 std::optional<double> TcpInfoSampler::take(bool up)
 {
-    const int way = up ? 1 : 0;
-    if (m_samples[way] == 0)
+    std::vector<double> &samples = m_samplesUs[up ? 1 : 0];
+    if (samples.empty())
         sample();
-    if (m_samples[way] == 0)
+    if (samples.empty())
         return std::nullopt;
-    const double ms = m_sumUs[way] / static_cast<double>(m_samples[way]) / 1000.0;
-    m_sumUs[way] = 0;
-    m_samples[way] = 0;
+    // The median: a delayed acknowledgement or a recovery lifts the
+    // smoothed RTT for a moment, not the interval's figure.
+    std::nth_element(samples.begin(), samples.begin() + std::ptrdiff_t(samples.size() / 2), samples.end());
+    const double ms = samples[samples.size() / 2] / 1000.0;
+    samples.clear();
     return ms;
 }

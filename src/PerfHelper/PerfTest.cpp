@@ -23,6 +23,7 @@ const QString kFieldSeparator = QStringLiteral("$#");
 const QString kError = QStringLiteral("error");
 const QString kLinkTag = QStringLiteral("LINK_");
 const QString kPeerTag = QStringLiteral("PEER_");
+const QString kTotalTag = QStringLiteral("LINK_TOTAL_");
 // iperf3's own limit is 128; more than this many streams is not a link test.
 constexpr qint64 kMaxStreams = 16;
 
@@ -427,6 +428,10 @@ void PerfTest::takeLinkFigures(const QString &text, const QString &tag)
         }
         if (way < 0 || index < 3)
             continue;
+        if (text.mid(at, kTotalTag.size()) == kTotalTag) {
+            m_totals[way] = figures;
+            continue;
+        }
         if (!peer) {
             addFigures(m_waitingFigures[QString::number(way) + interval.toString()], figures);
             continue;
@@ -459,6 +464,19 @@ void PerfTest::addLinkFigures(const PerfResultPtr &record, const QString &interv
         records << record;
         return;
     }
+    // iperf3's own totals may count a little past its last interval: that
+    // goes to the last one, so the intervals add up to the totals.
+    const auto topUp = [&records](qint64 PerfResult::*field, qint64 total) {
+        qint64 sum = 0;
+        for (const PerfResultPtr &r : records)
+            sum += std::max<qint64>(r.get()->*field, 0);
+        if (!records.isEmpty() && total > sum)
+            records.last().get()->*field = std::max<qint64>(records.last().get()->*field, 0) + total - sum;
+    };
+    const LinkFigures iperfTotals = std::exchange(m_totals[record->direction], LinkFigures());
+    topUp(&PerfResult::retransmits, iperfTotals.retransmits);
+    topUp(&PerfResult::udpLostDatagrams, iperfTotals.udpLostDatagrams);
+    topUp(&PerfResult::udpTotalDatagrams, iperfTotals.udpTotalDatagrams);
     LinkFigures totals;
     double rttSum = 0;
     int rttCount = 0;

@@ -145,4 +145,6 @@ private:
     QHash<QString, LinkFigures> m_waitingFigures;
     // The interval records reported, by direction (0 up, 1 down).
     PerfResultList m_intervalRecords[2];
+    // iperf3's totals by direction (LINK_TOTAL_ lines), until the final record.
+    LinkFigures m_totals[2];
 };

@@ -1,4 +1,5 @@
 #include "LineTagger.h"
+#include "PerfHelper/PerfTest.h"
 
 #include "common/TestEnvironment.h"
 #include "network/NetworkTestSupport.h"
@@ -146,7 +147,7 @@ TEST(LineTaggerRuns, ClientLinkFiguresAndTheServersBlock)
     {
         std::vector<std::string> lines;
         std::string writes; // joined by "|"
-    } runs[] = {{tcp, tcp[0] + "\n|" + tcp[1] + "\nLINK_UP$#0.00-1.00 sec$#retr=3$#cwnd=65536$#rtt=40.500\n" + tagged + "sender\n|" + tcp[2] + "\n|PEER_UP$#0.00-1.00 sec$#jitter=0.012$#lost=1$#total=9\n|\n|iperf Done.\nFinished_$#0.00-1.00 sec$#2000$#16000$#sender\n"},
+    } runs[] = {{tcp, tcp[0] + "\n|" + tcp[1] + "\nLINK_UP$#0.00-1.00 sec$#retr=3$#cwnd=65536$#rtt=40.500\n" + tagged + "sender\n|" + tcp[2] + "\n|PEER_UP$#0.00-1.00 sec$#jitter=0.012$#lost=1$#total=9\n|\n|iperf Done.\nLINK_TOTAL_UP$#0.00-1.00 sec$#retr=3\nFinished_$#0.00-1.00 sec$#2000$#16000$#sender\n"},
                 {json, report + "\nLINK_DOWN$#0.00-1.00 sec$#rtt=41.000\n" + tagged + "receiver\n|PEER_DOWN$#0.00-1.00 sec$#retr=2\n|iperf Done.\n"}};
     for (const auto &run : runs) {
         LineTagger tagger(LineTagger::Mode::Client, {.streams = 1, .twoWay = false, .linkHealth = true, .roundTrip = [](bool up) { return std::optional<double>(up ? 40.5 : 41); }});
@@ -468,12 +469,19 @@ TEST(LossyLink, TheFinalRecordIsWhatTheReceiverCounted)
 
 namespace {
 
+// The records the engine's parser makes of a launcher's output, fed line by line.
+struct Records : PerfTestDelegate
+{
+    void reportInterval(const PerfResultPtr &result) override { all << result; }
+    PerfResultList all;
+};
+
 // Over a path delaying every packet 20 ms each way and dropping 1 % of TCP data segments and 2 % of UDP
-// data datagrams (10 s tests side by side), the launcher's per-interval figures add up to iperf3's own
-// totals: a TCP sender's retransmits (this computer's summary when it sends; the server's JSON when that
-// sends), a UDP receiver's lost and total datagrams (the server's JSON when it receives; this computer's
-// summary when it does); every interval's round-trip time is within 15 % of 40 ms when this computer
-// sends, 25 % when it receives.
+// data datagrams (10 s tests side by side), the interval records' figures add up to iperf3's own totals:
+// a TCP sender's retransmits (this computer's summary when it sends; the server's JSON when that sends),
+// a UDP receiver's lost datagrams (the server's JSON when it receives; this computer's summary when it
+// does); every interval's round-trip time is within 15 % of 40 ms when this computer sends, 25 % when
+// it receives.
 TEST(LinkFigures, AddUpToIperfsTotalsOverADelayedLossyPath)
 {
     const TestPath path("lf", 20, 0, 0, 1, 2);
@@ -482,9 +490,8 @@ TEST(LinkFigures, AddUpToIperfsTotalsOverADelayedLossyPath)
     const struct
     {
         QStringList options;
-        QByteArray tag; // of the lines whose figures are summed
-        double rtt;     // tolerance of LINK_ round-trip times; 0: none expected
-    } runs[] = {{{"-C", "cubic"}, "LINK_UP", 0.15}, {{"-C", "cubic", "-R"}, "PEER_DOWN", 0.25}, {{"-u", "-b20M"}, "PEER_UP", 0}, {{"-u", "-b20M", "-R"}, "LINK_DOWN", 0}};
+        double rtt; // tolerance of the round-trip times; 0: none expected
+    } runs[] = {{{"-C", "cubic"}, 0.15}, {{"-C", "cubic", "-R"}, 0.25}, {{"-u", "-b20M"}, 0}, {{"-u", "-b20M", "-R"}, 0}};
     std::vector<std::unique_ptr<QProcess>> servers, clients;
     for (const auto &run : runs) {
         const QString port = QString::number(5301 + servers.size());
@@ -497,28 +504,31 @@ TEST(LinkFigures, AddUpToIperfsTotalsOverADelayedLossyPath)
         ASSERT_TRUE(clients[i]->waitForFinished(25000) && servers[i]->waitForFinished(5000));
         const QByteArray out = clients[i]->readAllStandardOutput();
         const QJsonObject end = QJsonDocument::fromJson(servers[i]->readAllStandardOutput()).object()["end"].toObject();
-        QMap<QByteArray, double> sums;
+        Records records;
+        PerfTest parser;
+        parser.testType = i >= 2, parser.reverse = i % 2, parser.duration = 10;
+        parser.setDelegate(&records);
         QList<double> rtts; // sorted
+        qint64 sum = 0;
+        QList<QByteArray> summary; // this computer's summary line, the sender's for TCP, the receiver's for UDP
         for (const QByteArray &line : out.split('\n')) {
-            for (const QByteArray &field : line.startsWith(runs[i].tag) ? line.split('$').mid(2) : QList<QByteArray>())
-                sums[field.mid(1, field.indexOf('=') - 1)] += field.mid(field.indexOf('=') + 1).toDouble();
-            if (line.startsWith("LINK_") && runs[i].rtt > 0) {
-                rtts.insert(std::ranges::upper_bound(rtts, line.mid(line.indexOf("rtt=") + 4).toDouble()), line.mid(line.indexOf("rtt=") + 4).toDouble());
-                EXPECT_NEAR(line.mid(line.indexOf("rtt=") + 4).toDouble(), 40, 40 * runs[i].rtt) << line.constData();
+            parser.didReceivePerfTestRespnose(QString::fromUtf8(line + '\n'));
+            summary = line.startsWith('[') && line.trimmed().endsWith(i < 2 ? "sender" : "receiver") ? line.simplified().split(' ') : summary;
+        }
+        ASSERT_EQ(records.all.size(), 11) << out.constData(); // ten intervals and the final record
+        for (const PerfResultPtr &r : records.all.first(10)) {
+            sum += i < 2 ? r->retransmits : r->udpLostDatagrams;
+            if (runs[i].rtt > 0) {
+                rtts.insert(std::ranges::upper_bound(rtts, r->roundTripMs), r->roundTripMs);
+                EXPECT_NEAR(r->roundTripMs, 40, 40 * runs[i].rtt) << r->startTime.toStdString();
             }
         }
-        QList<QByteArray> summary; // this computer's summary line, the sender's for TCP, the receiver's for UDP
-        for (const QByteArray &line : out.split('\n'))
-            summary = line.startsWith('[') && line.trimmed().endsWith(i < 2 ? "sender" : "receiver") ? line.simplified().split(' ') : summary;
         const double expected[] = {summary.value(summary.size() - 2).toDouble(), end["sum_sent"].toObject()["retransmits"].toDouble(),
                                    end["sum"].toObject()["lost_packets"].toDouble(), summary.value(summary.size() - 3).split('/').first().toDouble()};
-        std::cout << runs[i].options.join(' ').toStdString() << ": " << runs[i].tag.constData() << " sum " << sums[i < 2 ? "retr" : "lost"] << ", iperf3's total " << expected[i]
-                  << ", round-trip times " << rtts.value(0) << "-" << rtts.value(rtts.size() - 1) << " ms\n"; // the figures, for the record
-        EXPECT_EQ(sums[i < 2 ? "retr" : "lost"], expected[i]) << out.constData();
+        std::cout << runs[i].options.join(' ').toStdString() << ": intervals' sum " << sum << ", iperf3's total " << expected[i] << ", round-trip times "
+                  << rtts.value(0) << "-" << rtts.value(rtts.size() - 1) << " ms\n"; // the figures, for the record
+        EXPECT_EQ(sum, expected[i]) << out.constData();
         EXPECT_GT(expected[i], 0) << out.constData();
-        if (i == 2) {
-            EXPECT_EQ(sums["total"], end["sum"].toObject()["packets"].toDouble()) << out.constData();
-        }
     }
 }
 
