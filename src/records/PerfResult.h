@@ -58,7 +58,8 @@ public:
     qint64 direction = -1;         // 0: this computer sent the data (up), 1: it received them (down);
                                    // a two-way test has records of both; -1 on server-side records
     qint64 retransmits = -1;       // TCP: segments the sender retransmitted in the interval; live when
-                                   // this computer sends, from the server's report at the end otherwise
+                                   // this computer sends, from the server's report at the end otherwise;
+                                   // the last interval also gets what iperf3's total counts past it
     double roundTripMs = -1;       // TCP round-trip time, ms, mean over the interval: the sender's
                                    // smoothed RTT when this computer sends, its receiver's estimate
                                    // (tcp_info rcv_rtt, which runs high under a paced sender) otherwise
