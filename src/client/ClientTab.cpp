@@ -18,9 +18,13 @@
 
 #include <QApplication>
 #include <QButtonGroup>
+#include <QSignalBlocker>
+#include <QSpinBox>
 #include <QThread>
 #include <QTimer>
 #include <QVBoxLayout>
+
+#include <algorithm>
 
 namespace {
 
@@ -113,6 +117,11 @@ void ClientTab::connectActions()
     connect(m_ui->lengthOFBuffers, &QLineEdit::editingFinished, this, &ClientTab::updateBufferLength);
     connect(m_ui->testType, &QComboBox::activated, this, &ClientTab::updateTestType);
     connect(m_ui->audioAlert, &QCheckBox::clicked, this, &ClientTab::updateAudioAlert);
+    connect(m_ui->parallelStreams, &QSpinBox::valueChanged, this,
+            [this](int streams) { setUserSetting(qint64(streams), QLatin1String(PerfHelper::kParallelStreamsKey)); });
+    connect(m_ui->twoWayTest, &QCheckBox::clicked, this, [this](bool on) {
+        setUserSetting(on ? QStringLiteral("1") : QStringLiteral("0"), QLatin1String(PerfHelper::kTwoWayKey));
+    });
     connect(m_ui->searchTargetServer, &QPushButton::clicked, this, &ClientTab::openserversWindow);
 }
 
@@ -281,6 +290,14 @@ void ClientTab::setupMyValues()
     m_ui->sendBandwidth->setText(integerText(QStringLiteral("sendBandwidth")));
     m_ui->graphMaxSpeed->setText(integerText(QStringLiteral("graphMaxSpeed")));
 
+    // Keys of our own, absent until changed: one stream, one direction.
+    {
+        const QSignalBlocker quiet(m_ui->parallelStreams);
+        const qint64 streams = storedInteger(QLatin1String(PerfHelper::kParallelStreamsKey));
+        m_ui->parallelStreams->setValue(int(std::clamp<qint64>(streams, 1, 16)));
+    }
+    m_ui->twoWayTest->setChecked(storedInteger(QLatin1String(PerfHelper::kTwoWayKey)) == 1);
+
     if (m_defaults->hasStringForKey(QStringLiteral("audioAlert"))) {
         m_ui->audioAlert->setChecked(storedInteger(QStringLiteral("audioAlert")) != 0);
     } else {
@@ -323,7 +340,8 @@ void ClientTab::setControlsEnabled(bool enabled)
     for (QWidget *control :
          std::initializer_list<QWidget *>{m_ui->clientToServerIpAddress, m_ui->clientToServerPort, m_ui->testDuration,
                                           m_ui->statsInterval, m_ui->lengthOFBuffers, m_ui->sendBandwidth,
-                                          m_ui->graphMaxSpeed, m_ui->audioAlert, m_ui->clientToServerRadio,
+                                          m_ui->graphMaxSpeed, m_ui->audioAlert, m_ui->parallelStreams,
+                                          m_ui->twoWayTest, m_ui->clientToServerRadio,
                                           m_ui->serverToClientRadio, m_ui->mbpsRadio, m_ui->kbpsRadio,
                                           m_ui->searchTargetServer, m_ui->testType})
         control->setEnabled(enabled);
@@ -444,6 +462,8 @@ void ClientTab::runClient()
     test.reverse = storedInteger(QStringLiteral("transfer_Direction"));
     test.testType = storedInteger(QStringLiteral("testType"));
     test.sendBandwidth = storedInteger(QStringLiteral("sendBandwidth"));
+    test.parallelStreams = std::clamp<qint64>(storedInteger(QLatin1String(PerfHelper::kParallelStreamsKey)), 1, 16);
+    test.twoWay = storedInteger(QLatin1String(PerfHelper::kTwoWayKey)) == 1 ? 1 : 0;
 
     const qint32 buffer = qint32(storedInteger(QStringLiteral("bufferLength")));
     if (test.testType != 0) {

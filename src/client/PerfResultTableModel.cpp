@@ -4,6 +4,8 @@
 #include "records/NumberUtilites.h"
 #include "shell/SettingsStore.h"
 
+#include <QColor>
+
 namespace {
 
 // "%@" of a string: a missing one prints as "(null)".
@@ -21,7 +23,11 @@ const QStringList &PerfResultTableModel::defaultColumnIdentifiers()
         QStringLiteral("ssid"),         QStringLiteral("bssid"),        QStringLiteral("interface"),
         QStringLiteral("rssi"),         QStringLiteral("noise"),        QStringLiteral("txRate"),
         QStringLiteral("signalToNoise"), QStringLiteral("security"),    QStringLiteral("phyMode"),
-        QStringLiteral("jitter"),       QStringLiteral("dataloss")};
+        QStringLiteral("jitter"),       QStringLiteral("dataloss"),
+        // Link health, from the launcher's own figures where iperf3 prints none.
+        QStringLiteral("direction"),    QStringLiteral("retransmits"),  QStringLiteral("roundTrip"),
+        QStringLiteral("congestionWindow"), QStringLiteral("linkJitter"), QStringLiteral("linkLoss"),
+        QStringLiteral("roam")};
     return identifiers;
 }
 
@@ -41,11 +47,24 @@ QString PerfResultTableModel::headerForIdentifier(const QString &identifier)
         {QStringLiteral("security"), tr("Security")},
         {QStringLiteral("phyMode"), tr("PHY Mode")},
         {QStringLiteral("jitter"), tr("Jitter")},
-        {QStringLiteral("dataloss"), tr("Lost/Total Datagrams")}};
+        {QStringLiteral("dataloss"), tr("Lost/Total Datagrams")},
+        {QStringLiteral("direction"), tr("Direction")},
+        {QStringLiteral("retransmits"), tr("Retransmits")},
+        {QStringLiteral("roundTrip"), tr("RTT (ms)")},
+        {QStringLiteral("congestionWindow"), tr("Cwnd (KB)")},
+        {QStringLiteral("linkJitter"), tr("Jitter (ms)")},
+        {QStringLiteral("linkLoss"), tr("Lost/Total")},
+        {QStringLiteral("roam"), tr("Roam")}};
     return headers.value(identifier, identifier);
 }
 
-QVariant PerfResultTableModel::cellValue(const PerfResult &r, const QString &identifier)
+bool PerfResultTableModel::roamed(const PerfResult &result, const PerfResult *earlier)
+{
+    return earlier && !earlier->bssidField.isEmpty() && !result.bssidField.isEmpty()
+        && earlier->bssidField != result.bssidField;
+}
+
+QVariant PerfResultTableModel::cellValue(const PerfResult &r, const QString &identifier, const PerfResult *earlier)
 {
     const bool kilo = r.bandwidthformat == 1;
     const bool wired = r.ssidField == QLatin1String("") && !r.ssidField.isNull();
@@ -81,6 +100,25 @@ QVariant PerfResultTableModel::cellValue(const PerfResult &r, const QString &ide
         return r.jitter.isEmpty() ? QString(QLatin1String("")) : r.jitter;
     if (identifier == QLatin1String("dataloss"))
         return r.lostTotalDataGrams.isEmpty() ? QString(QLatin1String("")) : r.lostTotalDataGrams;
+    // Figures not known are -1 and show as nothing.
+    if (identifier == QLatin1String("direction"))
+        return r.direction == 0 ? tr("Up") : r.direction == 1 ? tr("Down") : QString(QLatin1String(""));
+    if (identifier == QLatin1String("retransmits"))
+        return r.retransmits < 0 ? QString(QLatin1String("")) : QString::number(r.retransmits);
+    if (identifier == QLatin1String("roundTrip"))
+        return r.roundTripMs < 0 ? QString(QLatin1String("")) : QString::number(r.roundTripMs, 'f', 1);
+    if (identifier == QLatin1String("congestionWindow"))
+        return r.congestionWindow < 0 ? QString(QLatin1String("")) : QString::number(r.congestionWindow / 1024);
+    if (identifier == QLatin1String("linkJitter"))
+        return r.udpJitterMs < 0 ? QString(QLatin1String("")) : QString::number(r.udpJitterMs, 'f', 3);
+    if (identifier == QLatin1String("linkLoss")) {
+        if (r.udpLostDatagrams < 0 || r.udpTotalDatagrams <= 0)
+            return QString(QLatin1String(""));
+        return QStringLiteral("%1/%2 (%3%)").arg(r.udpLostDatagrams).arg(r.udpTotalDatagrams)
+            .arg(100.0 * double(r.udpLostDatagrams) / double(r.udpTotalDatagrams), 0, 'f', 2);
+    }
+    if (identifier == QLatin1String("roam"))
+        return roamed(r, earlier) ? tr("from %1").arg(earlier->bssidField) : QString(QLatin1String(""));
     return QVariant();
 }
 
@@ -154,10 +192,20 @@ QVariant PerfResultTableModel::data(const QModelIndex &index, int role) const
         return QVariant();
     if (role == Qt::TextAlignmentRole)
         return QVariant::fromValue(Qt::Alignment(Qt::AlignCenter));
+    // Rows are newest first: the interval before is the row below.
+    const PerfResult *earlier = recordAt(index.row() + 1);
+    if (role == Qt::BackgroundRole || role == Qt::ToolTipRole) {
+        // The interval where the client roamed stands out.
+        if (!roamed(*record, earlier))
+            return QVariant();
+        if (role == Qt::BackgroundRole)
+            return QColor(255, 224, 150);
+        return tr("Roamed from %1 to %2").arg(earlier->bssidField, record->bssidField);
+    }
     if (role != Qt::DisplayRole)
         return QVariant();
     const QString &identifier = m_identifiers.at(index.column());
-    QVariant value = cellValue(*record, identifier);
+    QVariant value = cellValue(*record, identifier, earlier);
     if (!value.isValid())
         m_store->synchronize();
     return value;

@@ -26,7 +26,12 @@ public:
 
     // The cell of a record in the column with this identifier; an invalid
     // QVariant (an empty cell) for an identifier the table does not know.
-    static QVariant cellValue(const PerfResult &result, const QString &identifier);
+    // `earlier` is the interval before it, for the "roam" column.
+    static QVariant cellValue(const PerfResult &result, const QString &identifier,
+                              const PerfResult *earlier = nullptr);
+    // Whether the access point changed between the earlier interval and
+    // this one.
+    static bool roamed(const PerfResult &result, const PerfResult *earlier);
 
     explicit PerfResultTableModel(QObject *parent = nullptr, SettingsStore *store = nullptr,
                                   const QStringList &columnIdentifiers = defaultColumnIdentifiers());

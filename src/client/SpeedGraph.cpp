@@ -7,6 +7,7 @@
 #include <QFontMetricsF>
 #include <QtMath>
 #include <QLegend>
+#include <QLegendMarker>
 #include <QLineSeries>
 #include <QLinearGradient>
 #include <QValueAxis>
@@ -232,6 +233,84 @@ void SpeedGraph::setComparison(const QList<Series> &series)
     m_chart->legend()->setLabelColor(QColor(Qt::darkGray));
 }
 
+void SpeedGraph::setLink(const QList<QPointF> &signal, const QList<double> &roams)
+{
+    if (!signal.isEmpty() && !m_signal) {
+        m_signalAxis = new QValueAxis(m_chart);
+        m_signalAxis->setTitleText(QStringLiteral("Signal (dBm)"));
+        m_signalAxis->setLabelFormat(QStringLiteral("%d"));
+        m_signalAxis->setGridLineVisible(false);
+        m_signalAxis->setMinorGridLineVisible(false);
+        const QColor colour(150, 90, 190);
+        m_signalAxis->setTitleBrush(colour);
+        m_signalAxis->setLabelsBrush(colour);
+        m_signalAxis->setLabelsFont(m_yAxis->labelsFont());
+        m_signalAxis->setTitleFont(m_yAxis->titleFont());
+        m_chart->addAxis(m_signalAxis, Qt::AlignRight);
+        m_signal = new QLineSeries(m_chart);
+        m_signal->setName(QStringLiteral("Signal (dBm)"));
+        QPen pen(colour);
+        pen.setWidthF(1.5);
+        m_signal->setPen(pen);
+        m_chart->addSeries(m_signal);
+        m_signal->attachAxis(m_xAxis);
+        m_signal->attachAxis(m_signalAxis);
+    }
+    if (m_signal) {
+        m_signal->replace(signal);
+        m_signal->setVisible(!signal.isEmpty());
+        m_signalAxis->setVisible(!signal.isEmpty());
+        // Wi-Fi signals live between -100 and -20 dBm; a stronger or weaker
+        // one widens the axis.
+        double low = -100, high = -20;
+        for (const QPointF &point : signal)
+            low = std::min(low, std::floor(point.y() / 10) * 10), high = std::max(high, std::ceil(point.y() / 10) * 10);
+        m_signalAxis->setRange(low, high);
+        m_signalAxis->setTickCount(int((high - low) / 20) + 1);
+    }
+    m_roams = roams;
+    placeRoamMarkers();
+}
+
+void SpeedGraph::placeRoamMarkers()
+{
+    for (QLineSeries *marker : std::as_const(m_roamMarkers)) {
+        m_chart->removeSeries(marker);
+        delete marker;
+    }
+    m_roamMarkers.clear();
+    QPen pen(QColor(230, 120, 20));
+    pen.setWidthF(1.5);
+    pen.setStyle(Qt::DashLine);
+    for (const double x : std::as_const(m_roams)) {
+        // From the bottom of the speed axis to its top.
+        auto *marker = new QLineSeries(m_chart);
+        marker->setName(QStringLiteral("Roam"));
+        marker->append(x, m_yStart);
+        marker->append(x, m_yStart + m_yLength);
+        marker->setPen(pen);
+        m_chart->addSeries(marker);
+        marker->attachAxis(m_xAxis);
+        marker->attachAxis(m_yAxis);
+        m_roamMarkers.append(marker);
+    }
+    // The legend names the compared tests, not these.
+    for (QLineSeries *marker : std::as_const(m_roamMarkers))
+        for (QLegendMarker *entry : m_chart->legend()->markers(marker))
+            entry->setVisible(false);
+    if (m_signal)
+        for (QLegendMarker *entry : m_chart->legend()->markers(m_signal))
+            entry->setVisible(false);
+}
+
+QList<double> SpeedGraph::roamMarkers() const
+{
+    QList<double> at;
+    for (const QLineSeries *marker : m_roamMarkers)
+        at << marker->at(0).x();
+    return at;
+}
+
 void SpeedGraph::setXRange(double location, double length)
 {
     m_xStart = location;
@@ -242,9 +321,12 @@ void SpeedGraph::setXRange(double location, double length)
 
 void SpeedGraph::setYRange(double location, double length)
 {
+    const bool moved = location != m_yStart || length != m_yLength;
     m_yStart = location;
     m_yLength = length;
     applyRange(m_yAxis, location, location + length, niceInterval(length, yLabelsThatFit()));
+    if (moved && !m_roams.isEmpty())
+        placeRoamMarkers();
 }
 
 int SpeedGraph::yLabelsThatFit() const

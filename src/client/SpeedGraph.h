@@ -71,6 +71,13 @@ public:
     bool isComparing() const { return !m_compared.isEmpty(); }
     const QList<QLineSeries *> &comparedSeries() const { return m_compared; }
 
+    // The Wi-Fi link beside the rate: each interval's signal (x, dBm) on an
+    // axis of its own at the right, and a line at each x where the client
+    // roamed to another access point. Empty lists take them away.
+    void setLink(const QList<QPointF> &signal, const QList<double> &roams);
+    const QLineSeries *signalSeries() const { return m_signal; }
+    QList<double> roamMarkers() const;
+
     // The plotted points, oldest first (point 0 is the origin).
     qsizetype pointCount() const;
     QPointF pointAt(qsizetype index) const;
@@ -82,6 +89,7 @@ private:
     void styleDetail();
     void styleStandalone();
     void applyXTicks();
+    void placeRoamMarkers();
     static QString displayTitle(const QString &title);
 
     QChart *m_chart;
@@ -90,6 +98,10 @@ private:
     SpeedPlotItem *m_plot;
     QList<QPointF> m_points;
     QList<QLineSeries *> m_compared;
+    QValueAxis *m_signalAxis = nullptr;    // made with the first signal shown
+    QLineSeries *m_signal = nullptr;
+    QList<double> m_roams;                 // where the roam markers stand
+    QList<QLineSeries *> m_roamMarkers;
     CountSource m_count;
     ValueSource m_value;
     QString m_graphTitle;

@@ -160,18 +160,18 @@ QByteArray TestFileActions::csv(const PerfHelper &test, const TestExtras &extras
     header << QStringLiteral("Note");
     QByteArray out;
     appendRow(out, header);
-    const auto row = [&](const PerfResult &record, const QString &kind, bool first) {
+    const auto row = [&](const PerfResult &record, const QString &kind, bool first, const PerfResult *earlier) {
         QStringList fields{kind};
         for (const QString &identifier : identifiers)
-            fields << PerfResultTableModel::cellValue(record, identifier).toString();
+            fields << PerfResultTableModel::cellValue(record, identifier, earlier).toString();
         fields << (first ? extras.note : QString());
         appendRow(out, fields);
     };
     bool first = true;
     for (qsizetype i = test.resultss.size() - 1; i >= 0; --i, first = false)
-        row(*test.resultss.at(i), QStringLiteral("interval"), first);
+        row(*test.resultss.at(i), QStringLiteral("interval"), first, test.resultss.value(i + 1).get());
     if (extras.finalResult)
-        row(*extras.finalResult, QStringLiteral("final"), first);
+        row(*extras.finalResult, QStringLiteral("final"), first, nullptr);
     return out;
 }
 

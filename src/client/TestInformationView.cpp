@@ -92,7 +92,12 @@ const QStringList &TestInformationView::initiallyHiddenColumns()
 {
     static const QStringList hidden{QStringLiteral("jitter"),    QStringLiteral("dataloss"),
                                     QStringLiteral("interface"), QStringLiteral("bssid"),
-                                    QStringLiteral("phyMode"),   QStringLiteral("security")};
+                                    QStringLiteral("phyMode"),   QStringLiteral("security"),
+                                    // link health: in the chooser, the usual table as it was
+                                    QStringLiteral("direction"), QStringLiteral("retransmits"),
+                                    QStringLiteral("roundTrip"), QStringLiteral("congestionWindow"),
+                                    QStringLiteral("linkJitter"), QStringLiteral("linkLoss"),
+                                    QStringLiteral("roam")};
     return hidden;
 }
 
@@ -219,6 +224,7 @@ void TestInformationView::setComparedTests(const QList<PerfHelperPtr> &tests)
     const bool wasComparing = !m_compared.isEmpty();
     m_compared = compared;
     m_comparedLabels = compared.isEmpty() ? QStringList() : labels;
+    m_twoWayShown = false;
     if (!m_compared.isEmpty()) {
         showComparison();
         return;
@@ -333,6 +339,53 @@ void TestInformationView::reloadGraphData()
     else
         m_graph->reloadData();
     m_plotted.mark(m_perfHelper.get(), list);
+    showLinkOverTime();
+}
+
+void TestInformationView::showLinkOverTime()
+{
+    // A comparison owns the graph until it ends.
+    if (!m_compared.isEmpty()) {
+        m_graph->setLink({}, {});
+        return;
+    }
+    QList<QPointF> up{QPointF(0, 0)}, down{QPointF(0, 0)}, signal;
+    QList<double> roams;
+    bool sent = false, received = false;
+    const PerfResult *earlier = nullptr;
+    const PerfResultList empty;
+    const PerfResultList &list = m_perfHelper ? m_perfHelper->resultss : empty;
+    for (qsizetype i = list.size() - 1; i >= 0; --i) { // oldest first
+        const PerfResult &record = *list.at(i);
+        const QPointF point(double(SettingsStore::leadingInteger(record.endTime)), plottedRate(record));
+        sent |= record.direction == 0;
+        received |= record.direction == 1;
+        (record.direction == 1 ? down : up).append(point);
+        // The link of each interval: not of a summary over the whole test,
+        // and once an interval (a two-way test's down records repeat it).
+        const double length = point.x() - SettingsStore::leadingInteger(record.startTime);
+        if (length > double(std::max<qint64>(m_perfHelper->stats_interval, 1)) || record.direction == 1)
+            continue;
+        if (!record.ssidField.isEmpty())
+            signal.append(QPointF(point.x(), double(record.rssiField)));
+        if (PerfResultTableModel::roamed(record, earlier))
+            roams.append(point.x());
+        earlier = &record;
+    }
+    // A two-way test: one line each way instead of one line zigzagging.
+    const bool twoWay = sent && received;
+    if (twoWay || m_twoWayShown)
+        m_graph->setComparison(twoWay ? QList<SpeedGraph::Series>{{tr("Up"), up}, {tr("Down"), down}}
+                                      : QList<SpeedGraph::Series>());
+    m_twoWayShown = twoWay;
+    m_graph->setLink(signal, roams);
+}
+
+double TestInformationView::plottedRate(const PerfResult &record)
+{
+    if (record.bandwidthformat != 1)
+        return NumberUtilites::mbpsFormat(record.sentBandwidth).toDouble();
+    return NumberUtilites::kbpsFormatWithoutString(NumberUtilites::longLongValue(record.sentBandwidth)).toDouble();
 }
 
 qsizetype TestInformationView::numberOfRecordsForPlot() const
@@ -351,9 +404,7 @@ double TestInformationView::numberForPlot(int field, qsizetype index) const
     const PerfResult &record = *list.at(position);
     if (field == 0)
         return double(SettingsStore::leadingInteger(record.endTime));
-    if (record.bandwidthformat != 1)
-        return NumberUtilites::mbpsFormat(record.sentBandwidth).toDouble();
-    return NumberUtilites::kbpsFormatWithoutString(NumberUtilites::longLongValue(record.sentBandwidth)).toDouble();
+    return plottedRate(record);
 }
 
 QString TestInformationView::getSystemIP()

@@ -90,6 +90,8 @@ public:
 
 private:
     void widenColumnsToContents();
+    void showLinkOverTime();
+    static double plottedRate(const PerfResult &record);
     void awakeFromNib();
     void addNoteEditor();
     void showComparison();
@@ -109,6 +111,7 @@ private:
     TestListModel *m_list = nullptr;
     QList<PerfHelperPtr> m_compared;
     QStringList m_comparedLabels; // the labels the legend shows
+    bool m_twoWayShown = false;   // the graph shows a two-way test's two lines
 
     // What the plot and the maximum were last computed from.
     ResultListWatermark m_plotted;

@@ -273,19 +273,23 @@ TEST_F(ClientTabTest, TimeOutStopsOnlyARunStillWithoutDataAndStopAndFailuresEndT
 TEST(IntervalTable, EachColumnShowsTheRecordInItsOwnUnits)
 {
     const std::pair<std::function<void(PerfResult &)>, const char *> rows[] = {
-        {[](PerfResult &) {}, "0.00-1.00 sec|10.00 MB|93.46 Mbps  |Harbour|(null)|WiFi|-45|-92|866|47|WPA2 Personal|802.11ac||"},
-        {[](PerfResult &r) { r.bandwidthformat = 1, r.sentBytes = 1536; }, "0.00-1.00 sec|1.50 KB|93456.79 Kbps  |Harbour|(null)|WiFi|-45|-92|866|47|WPA2 Personal|802.11ac||"},
+        {[](PerfResult &) {}, "0.00-1.00 sec|10.00 MB|93.46 Mbps  |Harbour|(null)|WiFi|-45|-92|866|47|WPA2 Personal|802.11ac|||||||||"},
+        {[](PerfResult &r) { r.bandwidthformat = 1, r.sentBytes = 1536; }, "0.00-1.00 sec|1.50 KB|93456.79 Kbps  |Harbour|(null)|WiFi|-45|-92|866|47|WPA2 Personal|802.11ac|||||||||"},
         {[](PerfResult &r) { r.bandwidthformat = 2, r.ssidField = QString(), r.phyModeField = 0, r.securityModeField = 8; }, // unstamped
-         "0.00-1.00 sec|10.00 MB|93.46 Mbps  |(null)|(null)|WiFi|-45|-92|866|47|Unknown|(null)||"},
+         "0.00-1.00 sec|10.00 MB|93.46 Mbps  |(null)|(null)|WiFi|-45|-92|866|47|Unknown|(null)|||||||||"},
         {[](PerfResult &r) { r.interfaceName = " Ethernet", r.ssidField = r.bssidField = "", r.startTime = QString(), r.jitter = "0.012 ms", r.lostTotalDataGrams = "0/9"; },
-         "(null)-1.00 sec|10.00 MB|93.46 Mbps  ||| Ethernet|||||||0.012 ms|0/9"}}; // wired: names stay, Wi-Fi figures go
+         "(null)-1.00 sec|10.00 MB|93.46 Mbps  ||| Ethernet|||||||0.012 ms|0/9|||||||"}, // wired: names stay, Wi-Fi figures go
+        {[](PerfResult &r) { r.direction = 1, r.retransmits = 3, r.roundTripMs = 41.26, r.congestionWindow = 65536, r.udpJitterMs = 0.0123, r.udpLostDatagrams = 5, r.udpTotalDatagrams = 250, r.bssidField = "b"; },
+         "0.00-1.00 sec|10.00 MB|93.46 Mbps  |Harbour|b|WiFi|-45|-92|866|47|WPA2 Personal|802.11ac|||Down|3|41.3|64|0.012|5/250 (2.00%)|from a"}}; // link health
     for (const auto &[change, expected] : rows) {
         const PerfResultPtr r = record("0.00", "1.00", 10485760, 93456789.0f);
         r->interfaceName = "WiFi", r->ssidField = "Harbour", r->rssiField = -45, r->noiseField = -92, r->txRateField = 866, r->securityModeField = 4, r->phyModeField = 5;
         change(*r);
         QStringList cells;
+        PerfResult earlier; // the interval before, on access point "a"
+        earlier.bssidField = "a";
         for (const QString &identifier : PerfResultTableModel::defaultColumnIdentifiers())
-            cells << PerfResultTableModel::cellValue(*r, identifier).toString();
+            cells << PerfResultTableModel::cellValue(*r, identifier, &earlier).toString();
         EXPECT_EQ(cells.join(u'|'), expected);
     }
     EXPECT_FALSE(PerfResultTableModel::cellValue(PerfResult(), "channel").isValid());

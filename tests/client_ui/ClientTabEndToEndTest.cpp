@@ -9,6 +9,7 @@
 #include "client/TestFileActions.h"
 #include "client/TestInformationView.h"
 #include "client/TestListModel.h"
+#include "network/WiFiInterface.h"
 
 #include <QComboBox>
 #include <QDir>
@@ -18,7 +19,9 @@
 #include <QPlainTextEdit>
 #include <QProcess>
 #include <QPushButton>
+#include <QSpinBox>
 #include <QTemporaryDir>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 
@@ -135,6 +138,73 @@ TEST(ClientTabEndToEnd, TwoTestsSavedAreOpenedAfterARestartAsTheyRanAndCompared)
     ASSERT_EQ(series.size(), 2); // saved ticked, opened ticked: compared at once
     EXPECT_EQ(series.at(1)->name(), PlainText::asRichText("Upload, kitchen"));
     EXPECT_EQ(series.at(0)->count(), list.testAt(0)->resultss.size() + 1);
+    server.kill(), server.waitForFinished(5000);
+}
+
+// A Wi-Fi link that reads as the script says, one reading a record, the last repeating.
+struct ScriptedLink : WiFiInterface
+{
+    QList<WiFiLinkState> script;
+    std::atomic<int> read{0};
+    QString interfaceName() const override { return "wlan0"; }
+    WiFiLinkState linkState() override { return script.value(std::min<int>(read++, int(script.size()) - 1)); }
+};
+
+// The link over a real test: the signal of each interval on the graph as the link gave it, one roam marker where the
+// access point changed. Then two streams both ways: the tool runs so, and the graph has a line each way.
+TEST(ClientTabEndToEnd, TheLinkOverARealTestAndATwoWayTestWithStreams)
+{
+    const QString launcher = TidewaveUtils::getiPerfExecutablePath();
+    ASSERT_TRUE(QDir().mkpath(QFileInfo(launcher).path()) && (QFile::exists(launcher) || QFile::copy(TestEnvironment::binDir() + "/mac-native-iperf", launcher)));
+    const quint16 port = TestEnvironment::freeTcpPort();
+    QProcess server;
+    server.start("iperf3", {"-s", "-B", "127.0.0.1", "-p", QString::number(port), "--forceflush"});
+    ASSERT_TRUE(TestEnvironment::waitUntil([&, out = QByteArray()]() mutable { return (out += server.readAllStandardOutput()).contains("Server listening"); }, 10s));
+    auto link = std::make_shared<ScriptedLink>();
+    for (const auto &[rssi, bssid] : {std::pair{-41, "02:00:00:00:00:0a"}, {-47, "02:00:00:00:00:0a"}, {-55, "02:00:00:00:00:0b"}, {-60, "02:00:00:00:00:0b"}}) {
+        WiFiLinkState state;
+        state.ssid = "Harbour", state.bssid = bssid, state.rssiValue = rssi, state.interfaceMode = 1;
+        link->script << state;
+    }
+    TempStore settings;
+    ClientTab tab(nullptr, [&] {
+        ClientTabServices s;
+        s.settings = &settings.store;
+        s.networkDetails = [] { auto wlan = std::make_shared<PIFCInterfaceInfo>(); wlan->BSDName = "wlan0"; return PIFCInterfaceInfoList{wlan}; };
+        s.openWiFiInterface = [&](const QString &) { return std::static_pointer_cast<WiFiInterface>(link); };
+        return s;
+    }());
+    ASSERT_TRUE(TestEnvironment::waitUntil([&] { return tab.isSetUp(); }, 5s));
+    QPushButton *button = tab.findChild<QPushButton *>("runClient");
+    tab.findChild<QLineEdit *>("clientToServerIpAddress")->setText("127.0.0.1"), tab.findChild<QLineEdit *>("clientToServerPort")->setText(QString::number(port));
+    tab.findChild<QLineEdit *>("testDuration")->setText("3"), tab.findChild<QComboBox *>("statsInterval")->setCurrentIndex(0);
+    const auto runToTheEnd = [&] {
+        button->click();
+        ASSERT_TRUE(TestEnvironment::waitUntil([&] { return button->text() == "Stop Test"; }, 5s));
+        ASSERT_TRUE(TestEnvironment::waitUntil([&] { return button->text() == "Run Test"; }, 20s));
+    };
+    runToTheEnd();
+    const SpeedGraph *graph = tab.testInfoView()->graph();
+    ASSERT_TRUE(graph->signalSeries());
+    EXPECT_EQ(graph->signalSeries()->points(), (QList<QPointF>{{1, -41}, {2, -47}, {3, -55}}));
+    EXPECT_EQ(graph->roamMarkers(), QList<double>{3});
+
+    tab.findChild<QSpinBox *>("parallelStreams")->setValue(2), tab.findChild<QAbstractButton *>("twoWayTest")->click();
+    QStringList commandLines;
+    QObject watcher;
+    QTimer sample; // the client's command line, read while it runs
+    QObject::connect(&sample, &QTimer::timeout, &watcher, [&] {
+        for (const TestEnvironment::Process &p : TestEnvironment::liveProcesses())
+            if (p.name == "iperf3" && p.arguments.contains("-p" + QByteArray::number(port)) && !commandLines.contains(p.commandLine))
+                commandLines << p.commandLine;
+    });
+    sample.start(100);
+    runToTheEnd();
+    EXPECT_EQ(commandLines, QStringList{QStringLiteral("/usr/bin/iperf3 -c 127.0.0.1 -p%1 -P2 --bidir -t3 -i1 --get-server-output --forceflush --format k").arg(port)});
+    const QList<QLineSeries *> &lines = graph->comparedSeries();
+    ASSERT_EQ(lines.size(), 2);
+    EXPECT_TRUE(lines.at(0)->name() == PlainText::asRichText("Up") && lines.at(1)->name() == PlainText::asRichText("Down") && lines.at(0)->count() >= 4
+                && lines.at(1)->count() >= 4) << lines.at(0)->count() << " " << lines.at(1)->count();
     server.kill(), server.waitForFinished(5000);
 }
 

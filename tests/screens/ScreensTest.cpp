@@ -35,8 +35,8 @@ QStringList problems(QWidget *window)
         bool scrolled = false; // inside a scroll area a control may be scrolled out of view
         for (QWidget *parent = widget->parentWidget(); parent && !scrolled; parent = parent->parentWidget())
             scrolled = qobject_cast<QAbstractScrollArea *>(parent) != nullptr;
-        if (!widget->isVisible() || scrolled)
-            continue;
+        if (!widget->isVisible() || scrolled || widget->objectName().startsWith(u"qt_"_s))
+            continue; // parts of Qt's own controls are sized by their control
         const QSize needed = widget->minimumSizeHint();
         const bool control = qobject_cast<QLabel *>(widget) || qobject_cast<QAbstractButton *>(widget) || widget->inherits("QLineEdit")
             || widget->inherits("QComboBox");
