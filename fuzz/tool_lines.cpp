@@ -55,7 +55,8 @@ void checkLinkLine(std::string_view line, std::string_view linkLine)
         + QString::fromUtf8(linkLine.data(), qsizetype(linkLine.size()));
     const std::vector<std::string_view> fields = split(linkLine, "$#");
     FUZZ_CHECK(fields.size() >= 3 && fields[1].ends_with(" sec"), detail);
-    FUZZ_CHECK(fields[0] == "LINK_UP" || fields[0] == "LINK_DOWN" || fields[0] == "PEER_UP" || fields[0] == "PEER_DOWN", detail);
+    FUZZ_CHECK(fields[0] == "LINK_UP" || fields[0] == "LINK_DOWN" || fields[0] == "PEER_UP" || fields[0] == "PEER_DOWN"
+                   || fields[0] == "LINK_TOTAL_UP" || fields[0] == "LINK_TOTAL_DOWN", detail);
     for (std::size_t i = 2; i < fields.size(); ++i) {
         const std::size_t equals = fields[i].find('=');
         FUZZ_CHECK(equals != std::string_view::npos && fields[i].substr(equals + 1).find_first_not_of("0123456789.eE+-") == std::string_view::npos, detail);

@@ -329,11 +329,12 @@ TEST_F(DetailView, LabelsColumnsTableAndGraphFollowTheShownTestAsItRuns)
     view.resetGraph(), view.clearView(); // clearing leaves only the graph maximum
     EXPECT_EQ(labels(view) + graph.graphTitle() + points(graph) + QString::number(view.resultModel()->rowCount()), "|||||||||500");
 
-    QTableView *table = view.perfResultView(); // one chooser item per column; six start hidden; marks follow the table
+    QTableView *table = view.perfResultView(); // one chooser item per column; six (and the link's) start hidden; marks follow the table
     QStringList titles;
     for (QAction *item : view.columnMenu()->actions())
         titles << item->text() + (item->isChecked() && !table->isColumnHidden(item->data().toInt()) ? "+" : "");
-    EXPECT_EQ(titles.join(u'|'), "Interval+|Transfer+|Bandwidth+|SSID+|BSSID|Interface|RSSI+|Noise+|Tx Rate+|SNR+|Security|PHY Mode|Jitter|Lost/Total Datagrams");
+    EXPECT_EQ(titles.join(u'|'), "Interval+|Transfer+|Bandwidth+|SSID+|BSSID|Interface|RSSI+|Noise+|Tx Rate+|SNR+|Security|PHY Mode|Jitter|Lost/Total Datagrams|"
+                                 "Direction|Retransmits|RTT (ms)|Cwnd (KB)|Jitter (ms)|Lost/Total|Roam"); // link health: hidden until chosen
     QAction *jitter = view.columnMenu()->actions().at(12), *ssid = view.columnMenu()->actions().at(3);
     jitter->trigger(), ssid->trigger();
     table->setColumnHidden(3, false), emit view.columnMenu()->aboutToShow(); // the marks follow the table when the menu opens
