@@ -257,7 +257,17 @@ void SpeedGraph::setLink(const QList<QPointF> &signal, const QList<double> &roam
         m_signal->attachAxis(m_signalAxis);
     }
     if (m_signal) {
-        m_signal->replace(signal);
+        // Qt Charts lays out every point of a series on each change: a long
+        // test's signal is drawn from at most a couple of thousand readings.
+        constexpr qsizetype kMostDrawn = 2000;
+        QList<QPointF> drawn = signal;
+        if (signal.size() > kMostDrawn) {
+            const qsizetype step = (signal.size() + kMostDrawn - 1) / kMostDrawn;
+            drawn.clear();
+            for (qsizetype i = 0; i < signal.size(); i += step)
+                drawn.append(signal.at(i));
+        }
+        m_signal->replace(drawn);
         m_signal->setVisible(!signal.isEmpty());
         m_signalAxis->setVisible(!signal.isEmpty());
         // Wi-Fi signals live between -100 and -20 dBm; a stronger or weaker

@@ -225,6 +225,7 @@ void TestInformationView::setComparedTests(const QList<PerfHelperPtr> &tests)
     m_compared = compared;
     m_comparedLabels = compared.isEmpty() ? QStringList() : labels;
     m_twoWayShown = false;
+    m_link.changed = true;
     if (!m_compared.isEmpty()) {
         showComparison();
         return;
@@ -346,39 +347,49 @@ void TestInformationView::showLinkOverTime()
 {
     // A comparison owns the graph until it ends.
     if (!m_compared.isEmpty()) {
+        m_link = LinkLines();
+        m_linked.clear();
         m_graph->setLink({}, {});
         return;
     }
-    QList<QPointF> up{QPointF(0, 0)}, down{QPointF(0, 0)}, signal;
-    QList<double> roams;
-    bool sent = false, received = false;
-    const PerfResult *earlier = nullptr;
-    const PerfResultList empty;
-    const PerfResultList &list = m_perfHelper ? m_perfHelper->resultss : empty;
-    for (qsizetype i = list.size() - 1; i >= 0; --i) { // oldest first
-        const PerfResult &record = *list.at(i);
-        const QPointF point(double(SettingsStore::leadingInteger(record.endTime)), plottedRate(record));
-        sent |= record.direction == 0;
-        received |= record.direction == 1;
-        (record.direction == 1 ? down : up).append(point);
+    const PerfResultList *list = m_perfHelper ? &m_perfHelper->resultss : nullptr;
+    // Only the records new since the last refresh are read: a day-long test
+    // has 86,400 of them.
+    qsizetype added = m_linked.newRecords(m_perfHelper.get(), list);
+    if (added < 0) {
+        m_link = LinkLines();
+        added = list ? list->size() : 0;
+    }
+    m_linked.mark(m_perfHelper.get(), list);
+    if (added == 0 && !m_link.changed)
+        return;
+    const qint64 interval = m_perfHelper ? std::max<qint64>(m_perfHelper->stats_interval, 1) : 1;
+    for (qsizetype i = added - 1; i >= 0; --i) { // oldest of the new first
+        const PerfResultPtr &record = list->at(i);
+        const QPointF point(double(SettingsStore::leadingInteger(record->endTime)), plottedRate(*record));
+        m_link.sent |= record->direction == 0;
+        m_link.received |= record->direction == 1;
+        (record->direction == 1 ? m_link.down : m_link.up).append(point);
         // The link of each interval: not of a summary over the whole test,
         // and once an interval (a two-way test's down records repeat it).
-        const double length = point.x() - SettingsStore::leadingInteger(record.startTime);
-        if (length > double(std::max<qint64>(m_perfHelper->stats_interval, 1)) || record.direction == 1)
+        const double length = point.x() - double(SettingsStore::leadingInteger(record->startTime));
+        if (length > double(interval) || record->direction == 1)
             continue;
-        if (!record.ssidField.isEmpty())
-            signal.append(QPointF(point.x(), double(record.rssiField)));
-        if (PerfResultTableModel::roamed(record, earlier))
-            roams.append(point.x());
-        earlier = &record;
+        if (!record->ssidField.isEmpty())
+            m_link.signal.append(QPointF(point.x(), double(record->rssiField)));
+        if (PerfResultTableModel::roamed(*record, m_link.lastInterval.get()))
+            m_link.roams.append(point.x());
+        m_link.lastInterval = record;
     }
+    m_link.changed = false;
     // A two-way test: one line each way instead of one line zigzagging.
-    const bool twoWay = sent && received;
+    const bool twoWay = m_link.sent && m_link.received;
     if (twoWay || m_twoWayShown)
-        m_graph->setComparison(twoWay ? QList<SpeedGraph::Series>{{tr("Up"), up}, {tr("Down"), down}}
+        m_graph->setComparison(twoWay ? QList<SpeedGraph::Series>{{tr("Up"), m_link.up}, {tr("Down"), m_link.down}}
                                       : QList<SpeedGraph::Series>());
     m_twoWayShown = twoWay;
-    m_graph->setLink(signal, roams);
+    if (!m_link.signal.isEmpty() || !m_link.roams.isEmpty() || m_graph->signalSeries())
+        m_graph->setLink(m_link.signal, m_link.roams);
 }
 
 double TestInformationView::plottedRate(const PerfResult &record)

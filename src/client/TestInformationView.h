@@ -4,6 +4,7 @@
 #include "client/ResultListWatermark.h"
 #include "records/PerfResult.h"
 
+#include <QPointF>
 #include <QString>
 #include <QStringList>
 #include <QWidget>
@@ -112,6 +113,16 @@ private:
     QList<PerfHelperPtr> m_compared;
     QStringList m_comparedLabels; // the labels the legend shows
     bool m_twoWayShown = false;   // the graph shows a two-way test's two lines
+    struct LinkLines              // what the graph shows of the link, kept between refreshes
+    {
+        QList<QPointF> up{QPointF(0, 0)}, down{QPointF(0, 0)}, signal;
+        QList<double> roams;
+        bool sent = false, received = false;
+        PerfResultPtr lastInterval; // for the next roam
+        bool changed = true;        // drawn afresh even without new records
+    };
+    LinkLines m_link;
+    ResultListWatermark m_linked;
 
     // What the plot and the maximum were last computed from.
     ResultListWatermark m_plotted;
