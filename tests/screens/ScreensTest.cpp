@@ -2,6 +2,7 @@
 
 #include "client/SpeedGraph.h"
 #include "client/TestInformationView.h"
+#include "ui/DiscoveryWindow.h"
 #include "ui/ProgressWindow.h"
 #include "ui/ProgressWindowController.h"
 #include "ui/TidewaveMainTabSet.h"
@@ -142,6 +143,11 @@ TEST(Screens, TheFirstScreenShowsEverythingAtEverySize)
             EXPECT_GE(rows->viewport()->height() / rows->verticalHeader()->defaultSectionSize(), 4) << size.height();
         }
     }
+    QWidget *discovery = app->discoveryWindow(); // no avahi-daemon here: it says so
+    discovery->show();
+    ASSERT_TRUE(waitUntil([&] { return discovery->windowHandle() && discovery->windowHandle()->isExposed(); }, 3s));
+    save(discovery, u"discovery"_s);
+    EXPECT_EQ(problems(discovery).join(u'\n').toStdString(), "");
 }
 
 // What the person left is what the next start shows: window size, splitter positions, column widths, the tab.
