@@ -30,15 +30,26 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// The client tab with its real services, the real launcher and a stock iperf3 server on loopback.
-TEST(ClientTabEndToEnd, AReverseTestRunsTheToolFillsTableAndGraphAndAStopOrAClosedPortEndsARun)
+// The real launcher where the engine looks for it, and a stock iperf3 server on a free loopback port.
+class ClientTabEndToEnd : public testing::Test
 {
-    const QString launcher = TidewaveUtils::getiPerfExecutablePath(); // where the engine looks for it
-    ASSERT_TRUE(QDir().mkpath(QFileInfo(launcher).path()) && (QFile::exists(launcher) || QFile::copy(TestEnvironment::binDir() + "/mac-native-iperf", launcher)));
+protected:
+    void SetUp() override
+    {
+        const QString launcher = TidewaveUtils::getiPerfExecutablePath();
+        ASSERT_TRUE(QDir().mkpath(QFileInfo(launcher).path()) && (QFile::exists(launcher) || QFile::copy(TestEnvironment::binDir() + "/mac-native-iperf", launcher)));
+        server.start("iperf3", {"-s", "-B", "127.0.0.1", "-p", QString::number(port), "--forceflush"});
+        ASSERT_TRUE(TestEnvironment::waitUntil([&, out = QByteArray()]() mutable { return (out += server.readAllStandardOutput()).contains("Server listening"); }, 10s));
+    }
+    void TearDown() override { server.kill(), server.waitForFinished(5000); }
+
     const quint16 port = TestEnvironment::freeTcpPort();
-    QProcess server; // a stock iperf3 server
-    server.start("iperf3", {"-s", "-B", "127.0.0.1", "-p", QString::number(port), "--forceflush"});
-    ASSERT_TRUE(TestEnvironment::waitUntil([&, out = QByteArray()]() mutable { return (out += server.readAllStandardOutput()).contains("Server listening"); }, 10s));
+    QProcess server;
+};
+
+// The client tab with its real services, the real launcher and a stock iperf3 server on loopback.
+TEST_F(ClientTabEndToEnd, AReverseTestRunsTheToolFillsTableAndGraphAndAStopOrAClosedPortEndsARun)
+{
     TempStore settings;
     InfoMessages messages;
     ClientTab tab(nullptr, [&] { ClientTabServices s; s.settings = &settings.store; return s; }());
@@ -92,14 +103,8 @@ QStringList cells(const TestListModel &list, const PerfHelperPtr &test)
 }
 
 // Two tests against a stock iperf3 server, saved; a new client tab (the application started again) opens and compares them.
-TEST(ClientTabEndToEnd, TwoTestsSavedAreOpenedAfterARestartAsTheyRanAndCompared)
+TEST_F(ClientTabEndToEnd, TwoTestsSavedAreOpenedAfterARestartAsTheyRanAndCompared)
 {
-    const QString launcher = TidewaveUtils::getiPerfExecutablePath();
-    ASSERT_TRUE(QDir().mkpath(QFileInfo(launcher).path()) && (QFile::exists(launcher) || QFile::copy(TestEnvironment::binDir() + "/mac-native-iperf", launcher)));
-    const quint16 port = TestEnvironment::freeTcpPort();
-    QProcess server;
-    server.start("iperf3", {"-s", "-B", "127.0.0.1", "-p", QString::number(port), "--forceflush"});
-    ASSERT_TRUE(TestEnvironment::waitUntil([&, out = QByteArray()]() mutable { return (out += server.readAllStandardOutput()).contains("Server listening"); }, 10s));
     TempStore settings;
     QTemporaryDir dir;
     const QString path = dir.filePath("two.tidewave.json");
@@ -138,7 +143,6 @@ TEST(ClientTabEndToEnd, TwoTestsSavedAreOpenedAfterARestartAsTheyRanAndCompared)
     ASSERT_EQ(series.size(), 2); // saved ticked, opened ticked: compared at once
     EXPECT_EQ(series.at(1)->name(), PlainText::asRichText("Upload, kitchen"));
     EXPECT_EQ(series.at(0)->count(), list.testAt(0)->resultss.size() + 1);
-    server.kill(), server.waitForFinished(5000);
 }
 
 // A Wi-Fi link that reads as the script says, one reading a record, the last repeating.
@@ -152,14 +156,8 @@ struct ScriptedLink : WiFiInterface
 
 // The link over a real test: the signal of each interval on the graph as the link gave it, one roam marker where the
 // access point changed. Then two streams both ways: the tool runs so, and the graph has a line each way.
-TEST(ClientTabEndToEnd, TheLinkOverARealTestAndATwoWayTestWithStreams)
+TEST_F(ClientTabEndToEnd, TheLinkOverARealTestAndATwoWayTestWithStreams)
 {
-    const QString launcher = TidewaveUtils::getiPerfExecutablePath();
-    ASSERT_TRUE(QDir().mkpath(QFileInfo(launcher).path()) && (QFile::exists(launcher) || QFile::copy(TestEnvironment::binDir() + "/mac-native-iperf", launcher)));
-    const quint16 port = TestEnvironment::freeTcpPort();
-    QProcess server;
-    server.start("iperf3", {"-s", "-B", "127.0.0.1", "-p", QString::number(port), "--forceflush"});
-    ASSERT_TRUE(TestEnvironment::waitUntil([&, out = QByteArray()]() mutable { return (out += server.readAllStandardOutput()).contains("Server listening"); }, 10s));
     auto link = std::make_shared<ScriptedLink>();
     for (const auto &[rssi, bssid] : {std::pair{-41, "02:00:00:00:00:0a"}, {-47, "02:00:00:00:00:0a"}, {-55, "02:00:00:00:00:0b"}, {-60, "02:00:00:00:00:0b"}}) {
         WiFiLinkState state;
@@ -205,7 +203,6 @@ TEST(ClientTabEndToEnd, TheLinkOverARealTestAndATwoWayTestWithStreams)
     ASSERT_EQ(lines.size(), 2);
     EXPECT_TRUE(lines.at(0)->name() == PlainText::asRichText("Up") && lines.at(1)->name() == PlainText::asRichText("Down") && lines.at(0)->count() >= 4
                 && lines.at(1)->count() >= 4) << lines.at(0)->count() << " " << lines.at(1)->count();
-    server.kill(), server.waitForFinished(5000);
 }
 
 } // namespace
