@@ -167,20 +167,37 @@ void TestInformationView::updateView()
                                                             : QStringLiteral("Client To Server"));
     }
     updateGraphAxis();
+    const int rowsBefore = m_model->rowCount();
+    const PerfHelper *shownBefore = m_widenedFor;
     m_model->reloadData();
-    widenColumnsToContents();
+    // While a test runs its rows come in at the top one interval at a time:
+    // only they are measured. Every row in view is measured for another
+    // test, and once a test has ended (its last figures may change at the end).
+    m_widenedFor = m_perfHelper.get();
+    const bool running = m_perfHelper && m_perfHelper->isTestRunning != 0;
+    widenColumnsToContents(shownBefore == m_widenedFor && running ? std::max(0, m_model->rowCount() - rowsBefore) : -1);
     reloadGraphData();
 }
 
-void TestInformationView::widenColumnsToContents()
+void TestInformationView::widenColumnsToContents(int newRows)
 {
     // No column hides part of a figure (a rate in Kbps runs long); one the
-    // user made wider stays so.
+    // user made wider stays so. -1: every row in view.
+    if (newRows == 0)
+        return;
     QTableView *table = m_ui->perfResultView;
-    const QAbstractItemView *view = table; // where the width a column's text needs is public
-    for (int column = 0; column < m_model->columnCount(); ++column)
-        if (!table->isColumnHidden(column))
-            table->setColumnWidth(column, std::max(table->columnWidth(column), view->sizeHintForColumn(column)));
+    const QAbstractItemView *view = table; // where the width a text needs is public
+    for (int column = 0; column < m_model->columnCount(); ++column) {
+        if (table->isColumnHidden(column))
+            continue;
+        int needed = 0;
+        if (newRows < 0)
+            needed = view->sizeHintForColumn(column);
+        for (int row = 0; row < newRows; ++row)
+            needed = std::max(needed, view->sizeHintForIndex(m_model->index(row, column)).width());
+        if (needed > table->columnWidth(column))
+            table->setColumnWidth(column, needed);
+    }
 }
 
 void TestInformationView::clearView()

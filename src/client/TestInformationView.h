@@ -90,7 +90,7 @@ public:
     static const QStringList &initiallyHiddenColumns();
 
 private:
-    void widenColumnsToContents();
+    void widenColumnsToContents(int newRows);
     void showLinkOverTime();
     static double plottedRate(const PerfResult &record);
     void awakeFromNib();
@@ -122,6 +122,7 @@ private:
         bool changed = true;        // drawn afresh even without new records
     };
     LinkLines m_link;
+    const PerfHelper *m_widenedFor = nullptr; // the test whose rows the columns were widened for
     ResultListWatermark m_linked;
 
     // What the plot and the maximum were last computed from.
